@@ -1,0 +1,12 @@
+#ifndef SKELDA_UTIL_MEMORY_H
+#define SKELDA_UTIL_MEMORY_H
+
+#include <stdint.h>
+
+#include "skelda/export.h"
+
+SKELDA_EXTERN_C_BEGIN
+
+SKELDA_EXTERN_C_END
+
+#endif
