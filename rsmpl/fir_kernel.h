@@ -1,0 +1,72 @@
+// The one loop every FIR kernel runs: for each group, each phase's inner
+// product over its span, then the output step. Only the inner product differs
+// between the scalar, SSE2 and AVX2 builds; each of them includes this header
+// with its own `Dot` and compiler flags.
+//
+// Everything here sits in an unnamed namespace on purpose: the header is
+// compiled once per instruction set, and each translation unit must keep its
+// own copies instead of letting the linker pick one built for another CPU.
+#ifndef SKELDA_RSMPL_FIR_KERNEL_H
+#define SKELDA_RSMPL_FIR_KERNEL_H
+
+#include <cstdint>
+#include <utility>
+
+#include "rsmpl/fir_kernel_set.h"
+#include "rsmpl/fir_shape.h"
+
+namespace rsmpl {
+namespace {
+
+// Round half up, shift right by s, saturate to 16 bits.
+template <int Shift>
+inline int16_t output_step(int64_t sum) {
+  const int64_t v = (sum + (int64_t{1} << (Shift - 1))) >> Shift;
+  return static_cast<int16_t>(v > 32767 ? 32767 : v < -32768 ? -32768 : v);
+}
+
+// The L outputs of one group, one inner product per phase, stored only once
+// all of them are computed. Builds that can do better for some shapes
+// provide their own `group`, with the same read-all-then-store order, and
+// fall back to this one for the rest.
+template <class Shape, class Dot, std::size_t... Phase>
+inline void group_per_phase(const int16_t *span, int16_t *dst, std::index_sequence<Phase...>) {
+  constexpr auto &layout = kPhaseLayout<Shape>;
+  constexpr int taps = PhaseLayout<Shape>::kTaps;
+  const int16_t y[Shape::L] = {output_step<Shape::kShift>(
+      Dot::template dot<Shape, taps>(span + layout.phase[Phase].start, layout.phase[Phase].taps))...};
+  for (int k = 0; k < Shape::L; ++k) dst[k] = y[k];
+}
+
+template <class Shape, class Dot>
+inline void group_per_phase(const int16_t *span, int16_t *dst) {
+  group_per_phase<Shape, Dot>(span, dst, std::make_index_sequence<Shape::L>{});
+}
+
+// G = n / M groups, L outputs each. All inputs of a group are read before any
+// of its outputs is stored, so the stage drivers may overlap `out` with `in`
+// as far as the kernels allow. A count below M (or negative) writes nothing.
+template <class Shape, class Dot>
+void fir_kernel(const int16_t *in, int16_t *out, int32_t n) {
+  static_assert(kPhaseLayout<Shape>.valid, "phase spans must cover the prototype inside the buffer");
+  if (n < Shape::M) return;
+  const int32_t groups = n / Shape::M;
+  for (int32_t g = 0; g < groups; ++g)
+    Dot::template group<Shape>(in + static_cast<std::ptrdiff_t>(g) * Shape::M,
+                               out + static_cast<std::ptrdiff_t>(g) * Shape::L);
+}
+
+template <class Dot>
+constexpr FirKernelSet make_kernel_set(const char *name) {
+  return FirKernelSet{name,
+                      {fir_kernel<ShapeUp2, Dot>, fir_kernel<ShapeDown2, Dot>,
+                       fir_kernel<ShapeUp3, Dot>, fir_kernel<ShapeDown3, Dot>,
+                       fir_kernel<ShapeUp2To3, Dot>, fir_kernel<ShapeDown3To2, Dot>,
+                       fir_kernel<ShapeUp4, Dot>, fir_kernel<ShapeDown4, Dot>,
+                       fir_kernel<ShapeUp6, Dot>, fir_kernel<ShapeDown6, Dot>}};
+}
+
+}  // namespace
+}  // namespace rsmpl
+
+#endif

@@ -1,0 +1,28 @@
+// The portable build of the FIR kernels: the general form with a plain 64-bit
+// inner product. It runs on every architecture and is the baseline the SIMD
+// builds are measured against.
+#include "rsmpl/fir_kernel.h"
+
+namespace rsmpl {
+namespace {
+
+struct ScalarDot {
+  template <class Shape, int Taps>
+  static int64_t dot(const int16_t *x, const int16_t *w) {
+    int64_t sum = 0;
+    for (int t = 0; t < Taps; ++t) sum += static_cast<int32_t>(x[t]) * w[t];
+    return sum;
+  }
+  template <class Shape>
+  static void group(const int16_t *span, int16_t *dst) {
+    group_per_phase<Shape, ScalarDot>(span, dst);
+  }
+};
+
+constexpr FirKernelSet kScalarSet = make_kernel_set<ScalarDot>("scalar");
+
+}  // namespace
+
+const FirKernelSet *fir_kernels_scalar() { return &kScalarSet; }
+
+}  // namespace rsmpl

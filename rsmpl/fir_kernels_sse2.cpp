@@ -1,0 +1,83 @@
+// SSE2 build of the FIR kernels, the x86-64 baseline. Products come in pairs
+// from pmaddwd; the 32-bit pair sums are accumulated only over runs of vectors
+// whose taps cannot overflow 32 bits (worked out at compile time from the
+// tables) and then widened to 64 bits, so the sum stays exact.
+#include "rsmpl/fir_kernel_set.h"
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+
+#include "rsmpl/fir_kernel.h"
+#include "rsmpl/fir_reduce_sse2.h"
+
+namespace rsmpl {
+namespace {
+
+inline __m128i widen_pairs(__m128i part) {
+  const __m128i sign = _mm_srai_epi32(part, 31);
+  return _mm_add_epi64(_mm_unpacklo_epi32(part, sign), _mm_unpackhi_epi32(part, sign));
+}
+
+struct Sse2Dot {
+  template <class Shape, int Taps>
+  static int64_t dot(const int16_t *x, const int16_t *w) {
+    constexpr int vectors = Taps / 8;
+    constexpr int run = safe_run_vectors<Shape, 8>();
+    __m128i acc = _mm_setzero_si128();
+    for (int v0 = 0; v0 < vectors; v0 += run) {
+      __m128i part = _mm_setzero_si128();
+      for (int v = v0; v < v0 + run && v < vectors; ++v) {
+        const __m128i xs = _mm_loadu_si128(reinterpret_cast<const __m128i *>(x + 8 * v));
+        const __m128i ws = _mm_loadu_si128(reinterpret_cast<const __m128i *>(w + 8 * v));
+        part = _mm_add_epi32(part, _mm_madd_epi16(xs, ws));
+      }
+      acc = _mm_add_epi64(acc, widen_pairs(part));
+    }
+    if constexpr (Taps % 8 != 0) {
+      static_assert(Taps % 8 == 4, "spans are padded to a multiple of 4");
+      const __m128i xs = _mm_loadl_epi64(reinterpret_cast<const __m128i *>(x + 8 * vectors));
+      const __m128i ws = _mm_loadl_epi64(reinterpret_cast<const __m128i *>(w + 8 * vectors));
+      acc = _mm_add_epi64(acc, widen_pairs(_mm_madd_epi16(xs, ws)));
+    }
+    acc = _mm_add_epi64(acc, _mm_unpackhi_epi64(acc, acc));
+    return _mm_cvtsi128_si64(acc);
+  }
+
+  // Short phases: all of a group's phases summed side by side and folded
+  // together; long ones one inner product each.
+  template <class Shape>
+  static void group(const int16_t *span, int16_t *dst) {
+    if constexpr (fits_phase_parallel<Shape>()) {
+      constexpr auto &layout = kPhaseLayout<Shape>;
+      __m128i sums[Shape::L];
+      for (int phi = 0; phi < Shape::L; ++phi) {
+        const int16_t *x = span + layout.phase[phi].start;
+        const int16_t *w = layout.phase[phi].taps;
+        sums[phi] = _mm_add_epi32(
+            _mm_madd_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i *>(x)),
+                           _mm_loadu_si128(reinterpret_cast<const __m128i *>(w))),
+            _mm_madd_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i *>(x + 8)),
+                           _mm_loadu_si128(reinterpret_cast<const __m128i *>(w + 8))));
+      }
+      reduce_group<Shape>(sums, dst);
+    } else {
+      group_per_phase<Shape, Sse2Dot>(span, dst);
+    }
+  }
+};
+
+constexpr FirKernelSet kSse2Set = make_kernel_set<Sse2Dot>("sse2");
+
+}  // namespace
+
+const FirKernelSet *fir_kernels_sse2() { return &kSse2Set; }
+
+}  // namespace rsmpl
+
+#else
+
+namespace rsmpl {
+const FirKernelSet *fir_kernels_sse2() { return nullptr; }
+}  // namespace rsmpl
+
+#endif
