@@ -1,0 +1,41 @@
+// Plays interleaved S16 audio through the real alsa-lib: a `rate` PCM with a
+// chosen converter over a `file` PCM on a `null` slave, and returns what the
+// converter produced.
+#ifndef SKELDA_TESTS_ALSA_PIPELINE_H
+#define SKELDA_TESTS_ALSA_PIPELINE_H
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+struct PipelineRequest {
+  unsigned in_rate = 48000;
+  unsigned out_rate = 48000;
+  unsigned channels = 1;
+  unsigned long period_frames = 1024;  // client period asked for
+  std::string converter = "skelda";
+};
+
+struct PipelineResult {
+  int error = 0;                 // first negative alsa-lib result, 0 if none
+  std::string failed_call;       // which call gave `error`
+  std::vector<int16_t> output;   // interleaved frames the slave received
+  std::string dump;              // snd_pcm_dump of the rate PCM
+  unsigned long client_period = 0;
+  unsigned long slave_period = 0;
+};
+
+// Fills up to `wanted` interleaved frames, returns how many; 0 ends the stream.
+using FrameSource = std::function<size_t(int16_t *frames, size_t wanted)>;
+
+// Streams what `produce` yields through the rate PCM; the converted audio goes
+// to `output_path` (a FIFO lets another thread analyse it as it comes), and
+// `output` of the result stays empty.
+PipelineResult stream_through_alsa(const PipelineRequest &request, const std::string &output_path,
+                                   const FrameSource &produce);
+
+PipelineResult play_through_alsa(const PipelineRequest &request,
+                                 const std::vector<int16_t> &interleaved_input);
+
+#endif
