@@ -1,0 +1,41 @@
+#!/usr/bin/env bash
+# Installs the build into a staging directory and plays a WAV through the
+# installed plugin and configuration snippet only, with aplay.
+#   install_and_play.sh BUILD_DIR
+set -euo pipefail
+build=$1
+stage=$(mktemp -d /tmp/skelda-install-XXXXXX)
+trap 'rm -rf "$stage"' EXIT
+
+DESTDIR="$stage" cmake --install "$build" >/dev/null
+plugindir=$(pkg-config --variable=libdir alsa)/alsa-lib
+module="$stage$plugindir/libasound_module_rate_skelda.so"
+snippet="$stage/etc/alsa/conf.d/10-skelda.conf"
+[ -f "$module" ] || { echo "FAIL: no module at $module"; exit 1; }
+[ -L "$snippet" ] || { echo "FAIL: no conf.d link at $snippet"; exit 1; }
+[ -f "$stage/usr/share/alsa/alsa.conf.d/10-skelda.conf" ] || { echo "FAIL: no snippet"; exit 1; }
+find "$stage" -name rsmpl.h | grep -q . || { echo "FAIL: headers not installed"; exit 1; }
+find "$stage" -name skelda.pc | grep -q . || { echo "FAIL: pkg-config file not installed"; exit 1; }
+
+# The snippet's ready PCM "skelda", with a file PCM as its slave.
+cat >"$stage/tofile.conf" <<CONF
+pcm.tofile { type file slave.pcm "null" file "$stage/out.wav" format "wav" }
+CONF
+sox -q -n -r 44100 -c 2 -b 16 "$stage/in.wav" synth 1 sine 1000 vol 0.5
+ALSA_PLUGIN_DIR="$stage$plugindir" \
+ALSA_CONFIG_PATH="/usr/share/alsa/alsa.conf:$stage/usr/share/alsa/alsa.conf.d/10-skelda.conf:$stage/tofile.conf" \
+  LD_PRELOAD="${SKELDA_APLAY_PRELOAD:-}" aplay -v -D 'skelda:SLAVE=tofile,RATE=22050' "$stage/in.wav" >"$stage/aplay.log" 2>&1 \
+  || { cat "$stage/aplay.log"; echo "FAIL: aplay"; exit 1; }
+grep -q 'RSMPL Converter: FIR filter, DOWN 44100 -> 22050' "$stage/aplay.log" \
+  || { cat "$stage/aplay.log"; echo "FAIL: converter not used"; exit 1; }
+rate=$(soxi -r "$stage/out.wav")
+[ "$rate" = 22050 ] || { echo "FAIL: output rate $rate"; exit 1; }
+echo "installed plugin converted $(soxi -s "$stage/in.wav") frames at 44100 Hz to $(soxi -s "$stage/out.wav") frames at $rate Hz"
+
+# A program linking the engine through the installed pkg-config file and
+# headers (the sysroot prefix points pkg-config into the staging tree).
+export PKG_CONFIG_SYSROOT_DIR="$stage" PKG_CONFIG_PATH="$(dirname "$(find "$stage" -name skelda.pc)")"
+cc -std=c99 -Wall -Werror -o "$stage/engine_example" "$(dirname "$0")/../../examples/engine_example.c" \
+  $(pkg-config --cflags --libs skelda) -lm || { echo "FAIL: example does not build"; exit 1; }
+LD_LIBRARY_PATH="$stage$plugindir" "$stage/engine_example" | tee "$stage/example.log"
+grep -q '48000 samples in, 4[0-9]* out' "$stage/example.log" || { echo "FAIL: example did not run"; exit 1; }
