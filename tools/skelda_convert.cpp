@@ -1,0 +1,362 @@
+// Offline converter: reads any format libsndfile reads, converts it with the
+// same code alsa-lib runs (FIR for factors 2, 3 and 6, linear otherwise) or,
+// on request, with the engine's sinc interpolator at any ratio from 1/8 to 8,
+// and writes 16-bit signed audio. The output appears only when complete: it
+// is written to a temporary file beside it and renamed at the end.
+#include <sndfile.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <numeric>
+#include <string>
+#include <vector>
+
+#include "skelda/rsmpl.h"
+#include "src/rate_rsmpl.h"
+
+namespace {
+
+const char kUsage[] =
+    "usage: skelda_convert [options] INPUT OUTPUT\n"
+    "  -r, --rate HZ     output rate (default 48000)\n"
+    "  -s, --sinc        use the sinc interpolator (ratio 1/8 to 8, any rates)\n"
+    "  -q, --quiet       no progress bar\n"
+    "Without --sinc both rates must lie in 8000..48000 Hz. Output is 16-bit\n"
+    "signed, in the container the OUTPUT name suggests (.wav .flac .aiff .au\n"
+    ".caf .w64); WAV otherwise. At most four channels.\n";
+
+struct Options {
+  std::string input, output;
+  int rate = 48000;
+  bool sinc = false;
+  bool quiet = false;
+};
+
+// Exit statuses, so scripts can tell the failures apart.
+enum Exit { kOk = 0, kUsageError = 1, kInputError = 2, kUnsupported = 3, kOutputError = 4 };
+
+[[noreturn]] void fail(Exit code, const std::string &message) {
+  std::fprintf(stderr, "skelda_convert: %s\n", message.c_str());
+  std::exit(code);
+}
+
+Options parse(int argc, char **argv) {
+  Options o;
+  std::vector<std::string> files;
+  for (int i = 1; i < argc; ++i) {
+    const std::string a = argv[i];
+    if ((a == "-r" || a == "--rate") && i + 1 < argc) {
+      char *end = nullptr;
+      const long r = std::strtol(argv[++i], &end, 10);
+      if (*end != '\0' || r <= 0 || r > 1000000) fail(kUsageError, "bad rate: " + std::string(argv[i]));
+      o.rate = static_cast<int>(r);
+    } else if (a == "-s" || a == "--sinc") {
+      o.sinc = true;
+    } else if (a == "-q" || a == "--quiet") {
+      o.quiet = true;
+    } else if (a == "-h" || a == "--help") {
+      std::fputs(kUsage, stdout);
+      std::exit(kOk);
+    } else if (!a.empty() && a[0] == '-' && a != "-") {
+      std::fputs(kUsage, stderr);
+      fail(kUsageError, "unknown option " + a);
+    } else {
+      files.push_back(a);
+    }
+  }
+  if (files.size() != 2) {
+    std::fputs(kUsage, stderr);
+    fail(kUsageError, "need one INPUT and one OUTPUT");
+  }
+  o.input = files[0];
+  o.output = files[1];
+  return o;
+}
+
+int container_for(const std::string &name) {
+  const size_t dot = name.rfind('.');
+  std::string ext = dot == std::string::npos ? "" : name.substr(dot + 1);
+  for (char &c : ext) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  if (ext == "flac") return SF_FORMAT_FLAC;
+  if (ext == "aiff" || ext == "aif") return SF_FORMAT_AIFF;
+  if (ext == "au") return SF_FORMAT_AU;
+  if (ext == "caf") return SF_FORMAT_CAF;
+  if (ext == "w64") return SF_FORMAT_W64;
+  return SF_FORMAT_WAV;
+}
+
+// Converts interleaved frames in pieces; finish() flushes what is held back.
+class Converter {
+ public:
+  virtual ~Converter() = default;
+  virtual void convert(const int16_t *in, size_t frames, std::vector<int16_t> &out) = 0;
+  virtual void finish(std::vector<int16_t> &out) = 0;
+  virtual std::string description() const = 0;
+};
+
+// The plugin's own path, driven as alsa-lib drives it: periods in the exact
+// rate ratio, one convert_s16 call per period.
+class PluginConverter : public Converter {
+ public:
+  PluginConverter(unsigned in_rate, unsigned out_rate, unsigned channels) : channels_(channels) {
+    if (_snd_pcm_rate_skelda_open(SND_PCM_RATE_PLUGIN_VERSION, &obj_, &ops_) != 0)
+      fail(kOutputError, "out of memory");
+    const unsigned g = std::gcd(in_rate, out_rate);
+    const unsigned scale = std::max(1u, 1024u / (in_rate / g));
+    in_period_ = in_rate / g * scale;
+    out_period_ = out_rate / g * scale;
+    snd_pcm_rate_info_t info{};
+    info.in.rate = in_rate;
+    info.out.rate = out_rate;
+    info.in.period_size = in_period_;
+    info.out.period_size = out_period_;
+    info.channels = channels;
+    if (ops_.init(obj_, &info) != 0 || ops_.adjust_pitch(obj_, &info) != 0)
+      fail(kUnsupported, "the converter cannot serve " + std::to_string(in_rate) + " -> " +
+                             std::to_string(out_rate) + " Hz");
+    ops_.reset(obj_);
+    snd_output_t *text = nullptr;
+    snd_output_buffer_open(&text);
+    ops_.dump(obj_, text);
+    char *s = nullptr;
+    const size_t n = snd_output_buffer_string(text, &s);
+    name_.assign(s, n);
+    while (!name_.empty() && name_.back() == '\n') name_.pop_back();
+    snd_output_close(text);
+    pending_.reserve(size_t(in_period_) * channels);
+  }
+  ~PluginConverter() override {
+    ops_.free(obj_);
+    ops_.close(obj_);
+  }
+  void convert(const int16_t *in, size_t frames, std::vector<int16_t> &out) override {
+    const size_t period_samples = size_t(in_period_) * channels_;
+    for (size_t i = 0; i < frames * channels_; ++i) {
+      pending_.push_back(in[i]);
+      if (pending_.size() == period_samples) run_period(out);
+    }
+  }
+  void finish(std::vector<int16_t> &out) override {
+    if (pending_.empty()) return;
+    pending_.resize(size_t(in_period_) * channels_, 0);  // like alsa-lib's drain
+    run_period(out);
+  }
+  std::string description() const override { return name_; }
+
+ private:
+  void run_period(std::vector<int16_t> &out) {
+    const size_t at = out.size();
+    out.resize(at + size_t(out_period_) * channels_);
+    ops_.convert_s16(obj_, out.data() + at, out_period_, pending_.data(), in_period_);
+    pending_.clear();
+  }
+  void *obj_ = nullptr;
+  snd_pcm_rate_ops_t ops_{};
+  unsigned channels_, in_period_, out_period_;
+  std::vector<int16_t> pending_;
+  std::string name_;
+};
+
+// The engine's sinc interpolator, one context per channel, blocks sized with
+// RSMPL_GetNumInSamples. Its group delay is removed from the output.
+class SincConverter : public Converter {
+ public:
+  SincConverter(unsigned in_rate, unsigned out_rate, unsigned channels)
+      : channels_(channels), ratio_(float(out_rate) / float(in_rate)) {
+    for (unsigned c = 0; c < channels; ++c) {
+      contexts_.emplace_back(static_cast<RSMPL_Context *>(std::malloc(RSMPL_GetContextSize())));
+      if (!contexts_.back()) fail(kOutputError, "out of memory");
+      RSMPL_InitContext(contexts_.back().get());
+      uint32_t min_in = 0, max_in = 0, extra = 0;
+      if (RSMPL_SetResampleRatio(contexts_.back().get(), &min_in, &max_in, &extra, ratio_) != RSMPL_OK)
+        fail(kUnsupported, "the sinc ratio must lie in 1/8..8");
+      extra_ = extra;
+      // A new ratio takes effect at the end of the next call, so one short
+      // block of silence (the history is silent anyway) commits it before
+      // the first real sample; what it produces is discarded.
+      std::vector<int16_t> silence(std::max<uint32_t>(min_in, 1), 0);
+      std::vector<int16_t> discard(silence.size() + extra + 16);
+      uint32_t produced = 0;
+      if (RSMPL_Resample(contexts_.back().get(), silence.data(), discard.data(),
+                         int32_t(silence.size()), &produced) != RSMPL_OK)
+        fail(kUnsupported, "the sinc interpolator refused the ratio");
+    }
+    uint32_t delay = 0;
+    RSMPL_GetResampleDelay(contexts_[0].get(), &delay);
+    skip_ = static_cast<size_t>(std::lround((delay + 1) * double(ratio_)));
+    name_ = "RSMPL sinc interpolator, ratio " + std::to_string(ratio_);
+  }
+  void convert(const int16_t *in, size_t frames, std::vector<int16_t> &out) override {
+    held_.insert(held_.end(), in, in + frames * channels_);
+    drain(out, false);
+  }
+  void finish(std::vector<int16_t> &out) override {
+    uint32_t delay = 0;
+    RSMPL_GetResampleDelay(contexts_[0].get(), &delay);
+    held_.resize(held_.size() + size_t(delay + 2) * channels_, 0);  // flush the filter
+    drain(out, true);
+  }
+  std::string description() const override { return name_; }
+
+ private:
+  struct Free {
+    void operator()(RSMPL_Context *c) const { std::free(c); }
+  };
+
+  void drain(std::vector<int16_t> &out, bool last) {
+    const size_t available = held_.size() / channels_;
+    size_t used = 0;
+    std::vector<int16_t> block, converted;
+    for (;;) {
+      const size_t left = available - used;
+      int32_t want = std::min<int32_t>(1024, int32_t(ratio_ * 1440.0f));
+      uint32_t need = 0;
+      while (want > 1 && (RSMPL_GetNumInSamples(contexts_[0].get(), want, &need) != RSMPL_OK ||
+                          need > 1440))
+        want -= 16;
+      if (need == 0) need = 1;
+      if (need > left) {
+        if (!last || left == 0) break;
+        need = static_cast<uint32_t>(left);
+      }
+      block.resize(need);
+      converted.assign(size_t(std::ceil(need * double(ratio_))) + extra_ + 16, 0);
+      uint32_t produced = 0;
+      std::vector<int16_t> frames;
+      for (unsigned c = 0; c < channels_; ++c) {
+        for (uint32_t i = 0; i < need; ++i) block[i] = held_[(used + i) * channels_ + c];
+        if (RSMPL_Resample(contexts_[c].get(), block.data(), converted.data(), int32_t(need),
+                           &produced) != RSMPL_OK)
+          fail(kOutputError, "the sinc interpolator refused a block");
+        frames.resize(size_t(produced) * channels_);
+        for (uint32_t k = 0; k < produced; ++k) frames[size_t(k) * channels_ + c] = converted[k];
+      }
+      const size_t drop = std::min<size_t>(skip_, produced);
+      skip_ -= drop;
+      out.insert(out.end(), frames.begin() + drop * channels_, frames.end());
+      used += need;
+    }
+    held_.erase(held_.begin(), held_.begin() + used * channels_);
+  }
+
+  unsigned channels_;
+  float ratio_;
+  uint32_t extra_ = 1;
+  size_t skip_ = 0;
+  std::vector<std::unique_ptr<RSMPL_Context, Free>> contexts_;
+  std::vector<int16_t> held_;
+  std::string name_;
+};
+
+class Progress {
+ public:
+  Progress(bool enabled, sf_count_t total) : enabled_(enabled && isatty(2)), total_(total) {}
+  void update(sf_count_t done) {
+    if (!enabled_ || total_ <= 0) return;
+    const int percent = static_cast<int>(100 * done / total_);
+    if (percent == shown_) return;
+    shown_ = percent;
+    char bar[41];
+    std::memset(bar, '.', 40);
+    std::memset(bar, '#', size_t(percent * 40 / 100));
+    bar[40] = '\0';
+    std::fprintf(stderr, "\rconverting [%s] %3d%%", bar, percent);
+    if (percent == 100) std::fputc('\n', stderr);
+  }
+
+ private:
+  bool enabled_;
+  sf_count_t total_;
+  int shown_ = -1;
+};
+
+}  // namespace
+
+int main(int argc, char **argv) {
+  const Options o = parse(argc, argv);
+
+  SF_INFO in_info{};
+  SNDFILE *in = sf_open(o.input.c_str(), SFM_READ, &in_info);
+  if (in == nullptr) fail(kInputError, "cannot read " + o.input + ": " + sf_strerror(nullptr));
+  const unsigned channels = static_cast<unsigned>(in_info.channels);
+  const unsigned in_rate = static_cast<unsigned>(in_info.samplerate);
+  const unsigned out_rate = static_cast<unsigned>(o.rate);
+  if (channels > kMaxChannels)
+    fail(kUnsupported, o.input + " has " + std::to_string(channels) +
+                           " channels; at most four are converted");
+  if (o.sinc) {
+    const double ratio = double(out_rate) / in_rate;
+    if (ratio < 0.125 || ratio > 8.0)
+      fail(kUnsupported, "ratio " + std::to_string(ratio) + " is outside 1/8..8");
+  } else if (in_rate < kRateMin || in_rate > kRateMax || out_rate < kRateMin || out_rate > kRateMax) {
+    fail(kUnsupported, "rates must lie in 8000..48000 Hz (" + std::to_string(in_rate) + " -> " +
+                           std::to_string(out_rate) + "); --sinc converts other rates");
+  }
+
+  std::unique_ptr<Converter> converter;
+  if (o.sinc)
+    converter = std::make_unique<SincConverter>(in_rate, out_rate, channels);
+  else
+    converter = std::make_unique<PluginConverter>(in_rate, out_rate, channels);
+
+  SF_INFO out_info{};
+  out_info.samplerate = o.rate;
+  out_info.channels = in_info.channels;
+  out_info.format = container_for(o.output) | SF_FORMAT_PCM_16;
+  const std::string temporary = o.output + ".partial-" + std::to_string(getpid());
+  SNDFILE *out = sf_open(temporary.c_str(), SFM_WRITE, &out_info);
+  if (out == nullptr) fail(kOutputError, "cannot write " + o.output + ": " + sf_strerror(nullptr));
+  auto abandon = [&](const std::string &why) {
+    sf_close(out);
+    std::remove(temporary.c_str());
+    fail(kOutputError, why);
+  };
+
+  // Output frames owed: the input's duration at the new rate.
+  const sf_count_t owed =
+      static_cast<sf_count_t>(std::llround(double(in_info.frames) * out_rate / in_rate));
+  sf_count_t written = 0, read_total = 0;
+  Progress progress(!o.quiet, in_info.frames);
+  std::vector<int16_t> buffer(4096 * size_t(channels)), converted;
+  // Writes what has been converted, never past the frames owed (the padding
+  // of the last period and the filter's flush are cut off).
+  auto write = [&]() {
+    const sf_count_t frames =
+        std::min(static_cast<sf_count_t>(converted.size() / channels), owed - written);
+    if (frames > 0 && sf_writef_short(out, converted.data(), frames) != frames)
+      abandon("cannot write " + o.output + ": " + sf_strerror(out));
+    written += std::max<sf_count_t>(frames, 0);
+    converted.clear();
+  };
+  for (;;) {
+    const sf_count_t n = sf_readf_short(in, buffer.data(), 4096);
+    if (n <= 0) break;
+    read_total += n;
+    converter->convert(buffer.data(), size_t(n), converted);
+    write();
+    progress.update(read_total);
+  }
+  if (sf_error(in) != SF_ERR_NO_ERROR) abandon("cannot read " + o.input + ": " + sf_strerror(in));
+  converter->finish(converted);
+  write();
+  progress.update(in_info.frames);
+  sf_close(in);
+  if (sf_close(out) != 0) {
+    std::remove(temporary.c_str());
+    fail(kOutputError, "cannot finish " + o.output);
+  }
+  if (std::rename(temporary.c_str(), o.output.c_str()) != 0) {
+    std::remove(temporary.c_str());
+    fail(kOutputError, "cannot write " + o.output + ": " + std::strerror(errno));
+  }
+  std::printf("%s: %u Hz, %u ch, %lld frames -> %s: %d Hz, %lld frames\n%s\n", o.input.c_str(),
+              in_rate, channels, static_cast<long long>(in_info.frames), o.output.c_str(), o.rate,
+              static_cast<long long>(written), converter->description().c_str());
+  return kOk;
+}
