@@ -1,0 +1,30 @@
+// Reads typed values off a fuzzer's byte string; past the end it yields 0.
+#ifndef SKELDA_TESTS_FUZZ_INPUT_H
+#define SKELDA_TESTS_FUZZ_INPUT_H
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+class FuzzInput {
+ public:
+  FuzzInput(const uint8_t *data, size_t size) : data_(data), size_(size) {}
+  template <typename T>
+  T take() {
+    T value{};
+    const size_t n = size_ - at_ < sizeof(T) ? size_ - at_ : sizeof(T);
+    std::memcpy(&value, data_ + at_, n);
+    at_ += n;
+    return value;
+  }
+  // A value in [0, bound), bound > 0.
+  uint32_t below(uint32_t bound) { return take<uint32_t>() % bound; }
+  bool empty() const { return at_ >= size_; }
+
+ private:
+  const uint8_t *data_;
+  size_t size_;
+  size_t at_ = 0;
+};
+
+#endif
