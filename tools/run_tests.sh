@@ -1,0 +1,55 @@
+#!/usr/bin/env bash
+# Builds the library and runs the whole test suite:
+#  1. unit tests, end-to-end tests through the real alsa-lib (aplay included),
+#     install test, offline converter test, a short soak;
+#  2. the same suites built with AddressSanitizer and UndefinedBehaviorSanitizer;
+#  3. the thread tests (plugin and engine) under ThreadSanitizer;
+#  4. a one-minute run of every libFuzzer target over its corpus
+#     (SKELDA_FUZZ_SECONDS sets the time per target).
+# SKELDA_QUICK=1 runs step 1 only.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+bash tools/install_deps.sh
+export SKELDA_SOAK_SECONDS=${SKELDA_SOAK_SECONDS:-120}
+
+echo "== build and test"
+cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+ninja -C build
+(cd build && ctest --output-on-failure)
+[ "${SKELDA_QUICK:-0}" = 1 ] && exit 0
+
+echo "== AddressSanitizer + UndefinedBehaviorSanitizer"
+cmake -S . -B build-asan -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DSKELDA_SANITIZE=ON \
+  -DSKELDA_BENCH=OFF >/dev/null
+ninja -C build-asan
+(cd build-asan && SKELDA_SOAK_SECONDS=20 ctest --output-on-failure)
+
+echo "== ThreadSanitizer"
+cmake -S . -B build-tsan -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DSKELDA_TSAN=ON \
+  -DSKELDA_BENCH=OFF >/dev/null
+ninja -C build-tsan test_frontend test_rsmpl
+./build-tsan/tests/test_frontend --gtest_filter='Threads*'
+./build-tsan/tests/test_rsmpl --gtest_filter='EngineThreads*'
+
+echo "== libFuzzer, ${SKELDA_FUZZ_SECONDS:-60} s per target"
+CC=clang CXX=clang++ cmake -S . -B build-fuzz -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+  -DSKELDA_FUZZ=ON -DSKELDA_SANITIZE=ON -DSKELDA_TESTS=OFF -DSKELDA_BENCH=OFF >/dev/null
+ninja -C build-fuzz
+for fuzzer in build-fuzz/tests/fuzz/fuzz_*; do
+  name=$(basename "$fuzzer")
+  corpus=tests/fuzz/corpus/${name#fuzz_}
+  scratch=$(mktemp -d)
+  # New inputs go to a scratch directory so the committed corpus stays as it is.
+  status=0
+  "$fuzzer" -max_total_time="${SKELDA_FUZZ_SECONDS:-60}" -print_final_stats=1 \
+    -artifact_prefix="$scratch/" "$scratch" "$corpus" >"$scratch/log" 2>&1 || status=$?
+  echo "$name: $(grep -E '^Done' "$scratch/log" || true)"
+  if [ "$status" != 0 ]; then
+    tail -40 "$scratch/log"
+    echo "fuzzer $name failed"
+    exit 1
+  fi
+  rm -rf "$scratch"
+done
+echo "all suites passed"
