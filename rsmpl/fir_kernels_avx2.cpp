@@ -7,12 +7,12 @@
 #include <immintrin.h>
 
 #include "rsmpl/fir_kernel.h"
-#include "rsmpl/fir_reduce_sse2.h"
+#include "rsmpl/fir_sse2_helpers.h"
 
 namespace rsmpl {
 namespace {
 
-inline __m256i widen_pairs(__m256i part) {
+inline __m256i widen_pairs256(__m256i part) {
   return _mm256_add_epi64(_mm256_cvtepi32_epi64(_mm256_castsi256_si128(part)),
                           _mm256_cvtepi32_epi64(_mm256_extracti128_si256(part, 1)));
 }
@@ -30,26 +30,18 @@ struct Avx2Dot {
         const __m256i ws = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(w + 16 * v));
         part = _mm256_add_epi32(part, _mm256_madd_epi16(xs, ws));
       }
-      acc = _mm256_add_epi64(acc, widen_pairs(part));
+      acc = _mm256_add_epi64(acc, widen_pairs256(part));
     }
-    __m128i rest = _mm_add_epi64(_mm256_castsi256_si128(acc), _mm256_extracti128_si256(acc, 1));
-    int done = 16 * vectors;
-    if constexpr (Taps % 16 >= 8) {
-      const __m128i xs = _mm_loadu_si128(reinterpret_cast<const __m128i *>(x + done));
-      const __m128i ws = _mm_loadu_si128(reinterpret_cast<const __m128i *>(w + done));
-      const __m128i part = _mm_madd_epi16(xs, ws);
-      rest = _mm_add_epi64(rest, _mm_add_epi64(_mm_cvtepi32_epi64(part),
-                                               _mm_cvtepi32_epi64(_mm_unpackhi_epi64(part, part))));
-      done += 8;
-    }
-    if constexpr (Taps % 8 != 0) {
-      static_assert(Taps % 8 == 4, "spans are padded to a multiple of 4");
-      const __m128i xs = _mm_loadl_epi64(reinterpret_cast<const __m128i *>(x + done));
-      const __m128i ws = _mm_loadl_epi64(reinterpret_cast<const __m128i *>(w + done));
-      rest = _mm_add_epi64(rest, _mm_cvtepi32_epi64(_mm_madd_epi16(xs, ws)));
-    }
-    rest = _mm_add_epi64(rest, _mm_unpackhi_epi64(rest, rest));
-    return _mm_cvtsi128_si64(rest);
+    const __m128i rest = _mm_add_epi64(_mm256_castsi256_si128(acc), _mm256_extracti128_si256(acc, 1));
+    return finish_dot<Taps % 16>(rest, x, w, 16 * vectors);
+  }
+
+  // One 16-product multiply, its halves folded: 4 taps a lane.
+  static __m128i sum16(const int16_t *x, const int16_t *w) {
+    const __m256i products =
+        _mm256_madd_epi16(_mm256_loadu_si256(reinterpret_cast<const __m256i *>(x)),
+                          _mm256_loadu_si256(reinterpret_cast<const __m256i *>(w)));
+    return _mm_add_epi32(_mm256_castsi256_si128(products), _mm256_extracti128_si256(products, 1));
   }
 
   // Short phases: one 16-product multiply per phase, its halves folded (4
@@ -57,16 +49,7 @@ struct Avx2Dot {
   template <class Shape>
   static void group(const int16_t *span, int16_t *dst) {
     if constexpr (fits_phase_parallel<Shape>()) {
-      constexpr auto &layout = kPhaseLayout<Shape>;
-      __m128i sums[Shape::L];
-      for (int phi = 0; phi < Shape::L; ++phi) {
-        const __m256i products = _mm256_madd_epi16(
-            _mm256_loadu_si256(reinterpret_cast<const __m256i *>(span + layout.phase[phi].start)),
-            _mm256_loadu_si256(reinterpret_cast<const __m256i *>(layout.phase[phi].taps)));
-        sums[phi] = _mm_add_epi32(_mm256_castsi256_si128(products),
-                                  _mm256_extracti128_si256(products, 1));
-      }
-      reduce_group<Shape>(sums, dst);
+      group_side_by_side<Shape, Avx2Dot>(span, dst);
     } else {
       group_per_phase<Shape, Avx2Dot>(span, dst);
     }

@@ -8,15 +8,10 @@
 #include <emmintrin.h>
 
 #include "rsmpl/fir_kernel.h"
-#include "rsmpl/fir_reduce_sse2.h"
+#include "rsmpl/fir_sse2_helpers.h"
 
 namespace rsmpl {
 namespace {
-
-inline __m128i widen_pairs(__m128i part) {
-  const __m128i sign = _mm_srai_epi32(part, 31);
-  return _mm_add_epi64(_mm_unpacklo_epi32(part, sign), _mm_unpackhi_epi32(part, sign));
-}
 
 struct Sse2Dot {
   template <class Shape, int Taps>
@@ -33,14 +28,15 @@ struct Sse2Dot {
       }
       acc = _mm_add_epi64(acc, widen_pairs(part));
     }
-    if constexpr (Taps % 8 != 0) {
-      static_assert(Taps % 8 == 4, "spans are padded to a multiple of 4");
-      const __m128i xs = _mm_loadl_epi64(reinterpret_cast<const __m128i *>(x + 8 * vectors));
-      const __m128i ws = _mm_loadl_epi64(reinterpret_cast<const __m128i *>(w + 8 * vectors));
-      acc = _mm_add_epi64(acc, widen_pairs(_mm_madd_epi16(xs, ws)));
-    }
-    acc = _mm_add_epi64(acc, _mm_unpackhi_epi64(acc, acc));
-    return _mm_cvtsi128_si64(acc);
+    return finish_dot<Taps % 8>(acc, x, w, 8 * vectors);
+  }
+
+  static __m128i sum16(const int16_t *x, const int16_t *w) {
+    return _mm_add_epi32(
+        _mm_madd_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i *>(x)),
+                       _mm_loadu_si128(reinterpret_cast<const __m128i *>(w))),
+        _mm_madd_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i *>(x + 8)),
+                       _mm_loadu_si128(reinterpret_cast<const __m128i *>(w + 8))));
   }
 
   // Short phases: all of a group's phases summed side by side and folded
@@ -48,18 +44,7 @@ struct Sse2Dot {
   template <class Shape>
   static void group(const int16_t *span, int16_t *dst) {
     if constexpr (fits_phase_parallel<Shape>()) {
-      constexpr auto &layout = kPhaseLayout<Shape>;
-      __m128i sums[Shape::L];
-      for (int phi = 0; phi < Shape::L; ++phi) {
-        const int16_t *x = span + layout.phase[phi].start;
-        const int16_t *w = layout.phase[phi].taps;
-        sums[phi] = _mm_add_epi32(
-            _mm_madd_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i *>(x)),
-                           _mm_loadu_si128(reinterpret_cast<const __m128i *>(w))),
-            _mm_madd_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i *>(x + 8)),
-                           _mm_loadu_si128(reinterpret_cast<const __m128i *>(w + 8))));
-      }
-      reduce_group<Shape>(sums, dst);
+      group_side_by_side<Shape, Sse2Dot>(span, dst);
     } else {
       group_per_phase<Shape, Sse2Dot>(span, dst);
     }

@@ -1,17 +1,46 @@
-// Folding the 32-bit lane sums of up to four outputs at once and applying
-// the output step in vector registers (SSE2 instructions only; the AVX2
-// build uses it after folding its 256-bit halves). Included by the SIMD
-// builds inside their own unnamed namespaces.
-#ifndef SKELDA_RSMPL_FIR_REDUCE_SSE2_H
-#define SKELDA_RSMPL_FIR_REDUCE_SSE2_H
+// What the SSE2 and AVX2 builds of the FIR kernels share, in SSE2
+// instructions: widening pair sums to 64 bits, the 8- and 4-tap remainders
+// of an inner product, and summing a group's short phases side by side,
+// folding up to four outputs at once and applying the output step in
+// vector registers. Each build includes it in its own unnamed namespace.
+#ifndef SKELDA_RSMPL_FIR_SSE2_HELPERS_H
+#define SKELDA_RSMPL_FIR_SSE2_HELPERS_H
 
 #include <emmintrin.h>
 
 #include <cstdint>
 #include <cstring>
 
+#include "rsmpl/fir_shape.h"
+
 namespace rsmpl {
 namespace {
+
+// Four int32 lanes sign-extended and summed into two int64 lanes.
+inline __m128i widen_pairs(__m128i part) {
+  const __m128i sign = _mm_srai_epi32(part, 31);
+  return _mm_add_epi64(_mm_unpacklo_epi32(part, sign), _mm_unpackhi_epi32(part, sign));
+}
+
+// Adds the products of the Rest (0, 4, 8 or 12) taps from `done` on,
+// widened, to the two int64 lanes of acc; returns their total.
+template <int Rest>
+inline int64_t finish_dot(__m128i acc, const int16_t *x, const int16_t *w, int done) {
+  static_assert(Rest % 4 == 0 && Rest < 16, "spans are padded to a multiple of 4");
+  if constexpr (Rest >= 8) {
+    const __m128i xs = _mm_loadu_si128(reinterpret_cast<const __m128i *>(x + done));
+    const __m128i ws = _mm_loadu_si128(reinterpret_cast<const __m128i *>(w + done));
+    acc = _mm_add_epi64(acc, widen_pairs(_mm_madd_epi16(xs, ws)));
+    done += 8;
+  }
+  if constexpr (Rest % 8 == 4) {
+    const __m128i xs = _mm_loadl_epi64(reinterpret_cast<const __m128i *>(x + done));
+    const __m128i ws = _mm_loadl_epi64(reinterpret_cast<const __m128i *>(w + done));
+    acc = _mm_add_epi64(acc, widen_pairs(_mm_madd_epi16(xs, ws)));
+  }
+  acc = _mm_add_epi64(acc, _mm_unpackhi_epi64(acc, acc));
+  return _mm_cvtsi128_si64(acc);
+}
 
 // x + y per lane, saturated to the int32 range instead of wrapping.
 inline __m128i adds_epi32(__m128i x, __m128i y) {
@@ -64,10 +93,16 @@ inline void reduce_from(const __m128i *sums, int16_t *dst) {
   if constexpr (Base + 4 < Shape::L) reduce_from<Shape, Base + 4>(sums, dst);
 }
 
-// Reduces the per-phase lane sums of one group (sums[0..L-1]) to its L
-// outputs, four at a time, and stores them.
-template <class Shape>
-inline void reduce_group(const __m128i *sums, int16_t *dst) {
+// One group of a kernel whose phases all span 16 taps: each phase's four
+// 32-bit lane sums come from Dot::sum16 (exact, see fits_phase_parallel),
+// then all phases are folded together and stored. Everything is read before
+// anything is stored.
+template <class Shape, class Dot>
+inline void group_side_by_side(const int16_t *span, int16_t *dst) {
+  constexpr auto &layout = kPhaseLayout<Shape>;
+  __m128i sums[Shape::L];
+  for (int phi = 0; phi < Shape::L; ++phi)
+    sums[phi] = Dot::sum16(span + layout.phase[phi].start, layout.phase[phi].taps);
   reduce_from<Shape, 0>(sums, dst);
 }
 
