@@ -24,7 +24,7 @@ CONF
 sox -q -n -r 44100 -c 2 -b 16 "$stage/in.wav" synth 1 sine 1000 vol 0.5
 ALSA_PLUGIN_DIR="$stage$plugindir" \
 ALSA_CONFIG_PATH="/usr/share/alsa/alsa.conf:$stage/usr/share/alsa/alsa.conf.d/10-skelda.conf:$stage/tofile.conf" \
-  LD_PRELOAD="${SKELDA_APLAY_PRELOAD:-}" aplay -v -D 'skelda:SLAVE=tofile,RATE=22050' "$stage/in.wav" >"$stage/aplay.log" 2>&1 \
+  LD_PRELOAD="${SKELDA_SANITIZER_PRELOAD:-}" aplay -v -D 'skelda:SLAVE=tofile,RATE=22050' "$stage/in.wav" >"$stage/aplay.log" 2>&1 \
   || { cat "$stage/aplay.log"; echo "FAIL: aplay"; exit 1; }
 grep -q 'RSMPL Converter: FIR filter, DOWN 44100 -> 22050' "$stage/aplay.log" \
   || { cat "$stage/aplay.log"; echo "FAIL: converter not used"; exit 1; }
@@ -37,5 +37,5 @@ echo "installed plugin converted $(soxi -s "$stage/in.wav") frames at 44100 Hz t
 export PKG_CONFIG_SYSROOT_DIR="$stage" PKG_CONFIG_PATH="$(dirname "$(find "$stage" -name skelda.pc)")"
 cc -std=c99 -Wall -Werror -o "$stage/engine_example" "$(dirname "$0")/../../examples/engine_example.c" \
   $(pkg-config --cflags --libs skelda) -lm || { echo "FAIL: example does not build"; exit 1; }
-LD_LIBRARY_PATH="$stage$plugindir" "$stage/engine_example" | tee "$stage/example.log"
+LD_PRELOAD="${SKELDA_SANITIZER_PRELOAD:-}" LD_LIBRARY_PATH="$stage$plugindir" "$stage/engine_example" | tee "$stage/example.log"
 grep -q '48000 samples in, 4[0-9]* out' "$stage/example.log" || { echo "FAIL: example did not run"; exit 1; }

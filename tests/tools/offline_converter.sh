@@ -42,7 +42,7 @@ cat >"$work/aplay.conf" <<CONF
 pcm.tofile { type rate converter "skelda" slave { pcm { type file slave.pcm "null" file "$work/aplay.raw" format "raw" } rate 22050 } }
 CONF
 ALSA_PLUGIN_DIR="$build" ALSA_CONFIG_PATH="/usr/share/alsa/alsa.conf:$work/aplay.conf" \
-  LD_PRELOAD="${SKELDA_APLAY_PRELOAD:-}" aplay -q -D tofile "$work/stereo.wav" 2>/dev/null
+  LD_PRELOAD="${SKELDA_SANITIZER_PRELOAD:-}" aplay -q -D tofile "$work/stereo.wav" 2>/dev/null
 sox "$work/b.wav" -t raw "$work/ours.raw"
 check "fir equals aplay" cmp -s -n "$(stat -c %s "$work/ours.raw")" "$work/ours.raw" "$work/aplay.raw"
 

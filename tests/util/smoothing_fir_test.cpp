@@ -67,7 +67,7 @@ std::vector<int16_t> fir_reference(const std::vector<int16_t> &history,
   for (size_t i = 0; i < block.size(); ++i) {
     __int128 acc = 0;
     for (size_t j = 0; j < taps; ++j) acc += int32_t{coefs[j]} * joined[taps + i - j];
-    __int128 v = (acc << (shift + 1)) + 32768;
+    __int128 v = acc * (__int128{1} << (shift + 1)) + 32768;
     out.push_back(v > INT32_MAX ? 32767 : v < INT32_MIN ? -32768 : static_cast<int16_t>(v >> 16));
   }
   return out;
