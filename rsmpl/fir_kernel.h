@@ -51,7 +51,10 @@ void fir_kernel(const int16_t *in, int16_t *out, int32_t n) {
   static_assert(kPhaseLayout<Shape>.valid, "phase spans must cover the prototype inside the buffer");
   if (n < Shape::M) return;
   const int32_t groups = n / Shape::M;
-  for (int32_t g = 0; g < groups; ++g)
+  // Builds that can convert several groups at once do so first; the groups
+  // left over go one at a time.
+  int32_t g = Dot::template groups_at_once<Shape>(in, out, groups);
+  for (; g < groups; ++g)
     Dot::template group<Shape>(in + static_cast<std::ptrdiff_t>(g) * Shape::M,
                                out + static_cast<std::ptrdiff_t>(g) * Shape::L);
 }

@@ -17,6 +17,62 @@ inline __m256i widen_pairs256(__m256i part) {
                           _mm256_cvtepi32_epi64(_mm256_extracti128_si256(part, 1)));
 }
 
+// Eight consecutive groups at once, one per 32-bit lane of a 256-bit
+// register; otherwise as four_groups_at_once. With M = 2 the pairs of tap
+// pair p are the consecutive words of one load; with M = 1 two 128-bit
+// loads one sample apart are interleaved and joined.
+template <class Shape>
+inline __m256i tap_pairs8(const int16_t *x, int p) {
+  if constexpr (Shape::M == 2) {
+    return _mm256_loadu_si256(reinterpret_cast<const __m256i *>(x + 2 * p));
+  } else {
+    const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i *>(x + 2 * p));
+    const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i *>(x + 2 * p + 1));
+    return _mm256_set_m128i(_mm_unpackhi_epi16(a, b), _mm_unpacklo_epi16(a, b));
+  }
+}
+
+template <class Shape, int P, std::size_t... Phi>
+inline void accumulate_pair8(const int16_t *span, __m256i *even, __m256i *odd,
+                             std::index_sequence<Phi...>) {
+  constexpr auto &layout = kPhaseLayout<Shape>;
+  __m256i *sums = P % 2 == 0 ? even : odd;
+  ((sums[Phi] = _mm256_add_epi32(
+        sums[Phi], _mm256_madd_epi16(tap_pairs8<Shape>(span + layout.phase[Phi].start, P),
+                                     _mm256_set1_epi32(kPairWeights<Shape>.word[Phi][P])))),
+   ...);
+}
+
+template <class Shape, std::size_t... P>
+inline void accumulate_all8(const int16_t *span, __m256i *even, __m256i *odd,
+                            std::index_sequence<P...>) {
+  (accumulate_pair8<Shape, static_cast<int>(P)>(span, even, odd,
+                                                std::make_index_sequence<Shape::L>{}),
+   ...);
+}
+
+// The batch's loads end exactly at the span of its last group, so any eight
+// whole groups can go.
+template <class Shape>
+inline int32_t eight_groups_at_once(const int16_t *in, int16_t *out, int32_t groups) {
+  int32_t g = 0;
+  for (; g + 8 <= groups; g += 8) {
+    const int16_t *span = in + static_cast<std::ptrdiff_t>(g) * Shape::M;
+    __m256i even[Shape::L], odd[Shape::L];
+    for (int phi = 0; phi < Shape::L; ++phi) even[phi] = odd[phi] = _mm256_setzero_si256();
+    accumulate_all8<Shape>(span, even, odd, std::make_index_sequence<8>{});
+    __m128i y[Shape::L];
+    for (int phi = 0; phi < Shape::L; ++phi) {
+      const __m128i lo = adds_epi32(_mm256_castsi256_si128(even[phi]), _mm256_castsi256_si128(odd[phi]));
+      const __m128i hi = adds_epi32(_mm256_extracti128_si256(even[phi], 1),
+                                    _mm256_extracti128_si256(odd[phi], 1));
+      y[phi] = _mm_packs_epi32(step_lanes<Shape::kShift>(lo), step_lanes<Shape::kShift>(hi));
+    }
+    store_interleaved<Shape::L, 8>(y, out + static_cast<std::ptrdiff_t>(g) * Shape::L);
+  }
+  return g;
+}
+
 struct Avx2Dot {
   template <class Shape, int Taps>
   static int64_t dot(const int16_t *x, const int16_t *w) {
@@ -46,6 +102,17 @@ struct Avx2Dot {
 
   // Short phases: one 16-product multiply per phase, its halves folded (4
   // taps a lane, exact), then all phases folded together.
+  template <class Shape>
+  static int32_t groups_at_once(const int16_t *in, int16_t *out, int32_t groups) {
+    if constexpr (batches_groups<Shape>()) {
+      const int32_t done = eight_groups_at_once<Shape>(in, out, groups);
+      const std::ptrdiff_t m = Shape::M, l = Shape::L;
+      return done + four_groups_at_once<Shape>(in + done * m, out + done * l, groups - done);
+    } else {
+      return four_groups_at_once<Shape>(in, out, groups);
+    }
+  }
+
   template <class Shape>
   static void group(const int16_t *span, int16_t *dst) {
     if constexpr (fits_phase_parallel<Shape>()) {

@@ -14,6 +14,10 @@ struct ScalarDot {
     return sum;
   }
   template <class Shape>
+  static int32_t groups_at_once(const int16_t *, int16_t *, int32_t) {
+    return 0;
+  }
+  template <class Shape>
   static void group(const int16_t *span, int16_t *dst) {
     group_per_phase<Shape, ScalarDot>(span, dst);
   }

@@ -42,6 +42,11 @@ struct Sse2Dot {
   // Short phases: all of a group's phases summed side by side and folded
   // together; long ones one inner product each.
   template <class Shape>
+  static int32_t groups_at_once(const int16_t *in, int16_t *out, int32_t groups) {
+    return four_groups_at_once<Shape>(in, out, groups);
+  }
+
+  template <class Shape>
   static void group(const int16_t *span, int16_t *dst) {
     if constexpr (fits_phase_parallel<Shape>()) {
       group_side_by_side<Shape, Sse2Dot>(span, dst);

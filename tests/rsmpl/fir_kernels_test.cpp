@@ -25,7 +25,9 @@ constexpr int16_t kCanary = 0x5a5a;
 std::vector<int16_t> run_kernel(rsmpl::FirKernelFn kernel, const KernelSpec &k,
                                 const std::vector<int16_t> &buffer, int n, int in_shift,
                                 int out_shift) {
-  std::vector<int16_t> in(buffer.size() + 8);
+  // Exactly the input the kernel may read, so any read past it is caught
+  // by the sanitizer build.
+  std::vector<int16_t> in(buffer.size() + in_shift);
   std::copy(buffer.begin(), buffer.end(), in.begin() + in_shift);
   const size_t outputs = n < k.M ? 0 : static_cast<size_t>(n / k.M) * k.L;
   std::vector<int16_t> out(outputs + 16, kCanary);
@@ -53,14 +55,16 @@ TEST(FirKernels, EveryBuildMatchesTheGeneralFormOnRandomAndExtremeInput) {
   }
 }
 
-// For every output position of a few groups, an input whose signs follow
+// For every output position of 20 groups, an input whose signs follow
 // that output's taps: the largest sum the kernel can meet. A 32-bit
 // accumulator anywhere in a fast path wraps here.
 TEST(FirKernels, LargestPossibleSumsSaturateInsteadOfWrapping) {
   for (const auto *set : runnable_sets()) {
     for (const auto &k : kernel_specs()) {
-      const int n = 5 * k.M;
-      for (int r = 0; r < 4 * k.L; ++r) {
+      // 20 groups: the builds that convert 4 or 8 groups at once meet every
+      // lane of a batch as well as the single-group path.
+      const int n = 20 * k.M;
+      for (int r = 0; r < 20 * k.L; ++r) {
         for (int sign : {1, -1}) {
           std::vector<int16_t> buffer(n + k.history, 0);
           for (int i = 0; i < n + k.history; ++i) {
