@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <cstdio>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
@@ -141,6 +142,11 @@ TEST(AlsaSoak, LongStreamsKeepLengthSmoothnessAndMemory) {
       EXPECT_LT(a.largest_step[c], 1.1 * 1.03 * amplitude * w * w + 24) << "channel " << c;
     }
     EXPECT_LT(a.rss_late - a.rss_early, 2048) << "resident memory grew (KiB)";
+    std::printf("soak %u -> %u, %u s, period %lu -> %lu: %llu frames out, largest second "
+                "difference %.0f / %.0f, resident memory %+ld KiB\n",
+                p.in_rate, p.out_rate, seconds, result.client_period, result.slave_period,
+                static_cast<unsigned long long>(a.frames), a.largest_step[0], a.largest_step[1],
+                a.rss_late - a.rss_early);
   }
 }
 
