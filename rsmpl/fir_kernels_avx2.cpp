@@ -18,18 +18,33 @@ inline __m256i widen_pairs256(__m256i part) {
 }
 
 // Eight consecutive groups at once, one per 32-bit lane of a 256-bit
-// register; otherwise as four_groups_at_once. With M = 2 the pairs of tap
-// pair p are the consecutive words of one load; with M = 1 two 128-bit
-// loads one sample apart are interleaved and joined.
+// register; otherwise as four_groups_at_once. Group j of tap pair p needs
+// the samples at j * M + start + 2p and the one after:
+// - M = 2: the consecutive words of one load;
+// - M = 1: two 128-bit loads one sample apart, interleaved and joined;
+// - M = 3 (3-to-2): four loads 6 samples apart, each holding two groups'
+//   pairs at words (0, 1) and (3, 4), which a byte shuffle lines up.
 template <class Shape>
 inline __m256i tap_pairs8(const int16_t *x, int p) {
+  x += 2 * p;
+  auto load = [](const int16_t *at) { return _mm_loadu_si128(reinterpret_cast<const __m128i *>(at)); };
   if constexpr (Shape::M == 2) {
-    return _mm256_loadu_si256(reinterpret_cast<const __m256i *>(x + 2 * p));
-  } else {
-    const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i *>(x + 2 * p));
-    const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i *>(x + 2 * p + 1));
+    return _mm256_loadu_si256(reinterpret_cast<const __m256i *>(x));
+  } else if constexpr (Shape::M == 1) {
+    const __m128i a = load(x), b = load(x + 1);
     return _mm256_set_m128i(_mm_unpackhi_epi16(a, b), _mm_unpacklo_epi16(a, b));
+  } else {
+    const __m256i pick = _mm256_setr_epi8(0, 1, 2, 3, 6, 7, 8, 9, -1, -1, -1, -1, -1, -1, -1, -1,
+                                          0, 1, 2, 3, 6, 7, 8, 9, -1, -1, -1, -1, -1, -1, -1, -1);
+    const __m256i first = _mm256_shuffle_epi8(_mm256_set_m128i(load(x + 12), load(x)), pick);
+    const __m256i second = _mm256_shuffle_epi8(_mm256_set_m128i(load(x + 18), load(x + 6)), pick);
+    return _mm256_unpacklo_epi64(first, second);
   }
+}
+
+template <class Shape>
+constexpr bool batches_eight_groups() {
+  return Shape::M <= 3 && fits_phase_parallel<Shape>();
 }
 
 template <class Shape, int P, std::size_t... Phi>
@@ -51,12 +66,13 @@ inline void accumulate_all8(const int16_t *span, __m256i *even, __m256i *odd,
    ...);
 }
 
-// The batch's loads end exactly at the span of its last group, so any eight
-// whole groups can go.
+// With M of 1 or 2 the batch's loads end exactly at the span of its last
+// group; with M = 3 they reach 3 samples further, so one more group must
+// follow.
 template <class Shape>
 inline int32_t eight_groups_at_once(const int16_t *in, int16_t *out, int32_t groups) {
   int32_t g = 0;
-  for (; g + 8 <= groups; g += 8) {
+  for (; g + 8 + (Shape::M == 3 ? 1 : 0) <= groups; g += 8) {
     const int16_t *span = in + static_cast<std::ptrdiff_t>(g) * Shape::M;
     __m256i even[Shape::L], odd[Shape::L];
     for (int phi = 0; phi < Shape::L; ++phi) even[phi] = odd[phi] = _mm256_setzero_si256();
@@ -104,7 +120,7 @@ struct Avx2Dot {
   // taps a lane, exact), then all phases folded together.
   template <class Shape>
   static int32_t groups_at_once(const int16_t *in, int16_t *out, int32_t groups) {
-    if constexpr (batches_groups<Shape>()) {
+    if constexpr (batches_eight_groups<Shape>()) {
       const int32_t done = eight_groups_at_once<Shape>(in, out, groups);
       const std::ptrdiff_t m = Shape::M, l = Shape::L;
       return done + four_groups_at_once<Shape>(in + done * m, out + done * l, groups - done);
