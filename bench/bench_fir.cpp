@@ -1,6 +1,7 @@
 // Throughput of the FIR path: every kernel in every build this CPU runs (the
 // scalar general form is the baseline, measured in the same run), and the
-// plugin's convert_s16 at factors 2, 3 and 6 both ways, mono and stereo.
+// plugin's convert_s16 at factors 2, 3 and 6 both ways, mono and stereo, on
+// each build too.
 // After the run a summary prints each build's speed as a ratio to scalar and
 // the multiply-accumulates per nanosecond it reaches.
 #include <benchmark/benchmark.h>
@@ -64,8 +65,10 @@ void BM_Kernel(benchmark::State &state, const rsmpl::FirKernelSet *set, int id) 
 }
 
 // The plugin's convert_s16 on one period of 1920 input frames (down) or
-// 1920 / factor (up), as alsa-lib calls it.
-void BM_Plugin(benchmark::State &state, unsigned factor, bool up, unsigned channels) {
+// 1920 / factor (up), as alsa-lib calls it, with the kernels of `set`.
+void BM_Plugin(benchmark::State &state, unsigned factor, bool up, unsigned channels,
+               const rsmpl::FirKernelSet *set) {
+  rsmpl::use_fir_kernels(set);
   void *obj = nullptr;
   snd_pcm_rate_ops_t ops{};
   _snd_pcm_rate_skelda_open(SND_PCM_RATE_PLUGIN_VERSION, &obj, &ops);
@@ -90,6 +93,7 @@ void BM_Plugin(benchmark::State &state, unsigned factor, bool up, unsigned chann
   state.counters["outputs/s"] = benchmark::Counter(double(outputs), benchmark::Counter::kIsRate);
   ops.free(obj);
   ops.close(obj);
+  rsmpl::use_fir_kernels(nullptr);
 }
 
 // The ceiling: independent multiply-accumulate instructions on registers,
@@ -156,6 +160,19 @@ class SummaryReporter : public benchmark::ConsoleReporter {
                     rate_.at(name) / 1e6, rate_.at(name) / rate_.at(base), macs_.at(name));
       }
     }
+    std::printf("\nconvert_s16         build   outputs/s   vs scalar\n");
+    for (unsigned factor : {2u, 3u, 6u})
+      for (bool up : {true, false})
+        for (unsigned ch : {1u, 2u}) {
+          const std::string stem = std::string("Plugin/") + (up ? "up" : "down") +
+                                   std::to_string(factor) + "/" + std::to_string(ch) + "ch/";
+          for (auto *set : Sets()) {
+            const std::string name = stem + set->name;
+            if (!rate_.count(name) || !rate_.count(stem + "scalar")) continue;
+            std::printf("%-19s %-6s %10.3gM %10.2fx\n", stem.substr(7, stem.size() - 8).c_str(),
+                        set->name, rate_.at(name) / 1e6, rate_.at(name) / rate_.at(stem + "scalar"));
+          }
+        }
   }
 
  private:
@@ -172,10 +189,12 @@ int main(int argc, char **argv) {
   for (unsigned factor : {2u, 3u, 6u})
     for (bool up : {true, false})
       for (unsigned ch : {1u, 2u})
-        benchmark::RegisterBenchmark((std::string("Plugin/") + (up ? "up" : "down") +
-                                      std::to_string(factor) + "/" + std::to_string(ch) + "ch")
-                                         .c_str(),
-                                     BM_Plugin, factor, up, ch);
+        for (auto *set : Sets())
+          benchmark::RegisterBenchmark((std::string("Plugin/") + (up ? "up" : "down") +
+                                        std::to_string(factor) + "/" + std::to_string(ch) + "ch/" +
+                                        set->name)
+                                           .c_str(),
+                                       BM_Plugin, factor, up, ch, set);
 #if defined(__x86_64__)
   benchmark::RegisterBenchmark("MaddPeak/sse2", BM_MaddPeak, 0);
   benchmark::RegisterBenchmark("MaddPeak/avx2", BM_MaddPeak, 1);

@@ -36,6 +36,10 @@ const FirKernelSet *fir_kernels_avx2();
 
 // The fastest set this CPU runs, chosen on first use.
 const FirKernelSet &fir_kernels_active();
+// Makes the exported kernels use `set` (null: the fastest again), so the
+// benchmark can time the whole plugin path on each build. Not for the audio
+// path: nothing in the library calls it.
+void use_fir_kernels(const FirKernelSet *set);
 
 }  // namespace rsmpl
 

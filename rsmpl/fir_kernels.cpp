@@ -1,20 +1,30 @@
 // The exported FIR kernels. Each forwards to the fastest build of itself that
 // this CPU runs; the choice is made once, on first use, and every build gives
 // the same samples.
+#include <atomic>
+
 #include "rsmpl/fir_kernel_set.h"
 #include "skelda/rsmpl_fir.h"
 
 namespace rsmpl {
 
-static const FirKernelSet &choose_fir_kernels() {
-  if (const FirKernelSet *set = fir_kernels_avx2()) return *set;
-  if (const FirKernelSet *set = fir_kernels_sse2()) return *set;
-  return *fir_kernels_scalar();
+static const FirKernelSet *choose_fir_kernels() {
+  if (const FirKernelSet *set = fir_kernels_avx2()) return set;
+  if (const FirKernelSet *set = fir_kernels_sse2()) return set;
+  return fir_kernels_scalar();
 }
 
-const FirKernelSet &fir_kernels_active() {
-  static const FirKernelSet &active = choose_fir_kernels();
+// A relaxed atomic: the sets are constant data, so any thread may see either
+// pointer while the benchmark swaps them, and each gives the same samples.
+static std::atomic<const FirKernelSet *> &active_set() {
+  static std::atomic<const FirKernelSet *> active{choose_fir_kernels()};
   return active;
+}
+
+const FirKernelSet &fir_kernels_active() { return *active_set().load(std::memory_order_relaxed); }
+
+void use_fir_kernels(const FirKernelSet *set) {
+  active_set().store(set != nullptr ? set : choose_fir_kernels(), std::memory_order_relaxed);
 }
 
 }  // namespace rsmpl
