@@ -144,3 +144,30 @@ TEST_F(LinearTest, PeriodsJoinWithoutSeams) {
 }
 
 }  // namespace
+
+namespace {
+
+// Pitches alsa-lib never produces but a broken configuration might: a zero
+// pitch (zero divisor), a shift of 32 or more. Nothing traps, nothing is
+// written past dst_frames and only src_frames frames are read.
+TEST_F(LinearTest, DegeneratePitchesNeitherTrapNorOverrun) {
+  const struct {
+    unsigned in_rate, out_rate;
+    uint32_t pitch, shift;
+  } cases[] = {{44100, 48000, 0, 0}, {44100, 48000, 0x80000, 40}, {48000, 44100, 0, 3},
+               {48000, 44100, 0xFFFFFFFFu, 33}, {44100, 48000, 1, 31}};
+  for (const auto &c : cases) {
+    configure(c.in_rate, c.out_rate, 2, c.pitch, c.shift);
+    ErrorCapture errors;
+    std::vector<int16_t> src(2 * 64, 1000), dst(2 * 64 + 8, 0x7777);
+    const bool up = c.out_rate > c.in_rate;
+    if (up)
+      src_linear_expand_s16(obj_, dst.data(), 64, src.data(), 64);
+    else
+      src_linear_shrink_s16(obj_, dst.data(), 64, src.data(), 64);
+    for (size_t i = 2 * 64; i < dst.size(); ++i)
+      EXPECT_EQ(dst[i], 0x7777) << "pitch " << c.pitch << " shift " << c.shift;
+  }
+}
+
+}  // namespace
