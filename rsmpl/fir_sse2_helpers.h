@@ -62,14 +62,22 @@ inline __m128i fold4(__m128i a, __m128i b, __m128i c, __m128i d) {
   return adds_epi32(_mm_unpacklo_epi64(ab, cd), _mm_unpackhi_epi64(ab, cd));
 }
 
-// Output step on four saturated int32 totals: floor((S + 2^(s-1)) / 2^s) is
-// computed as ((S >> 1) + 2^(s-2)) >> (s-1), which cannot overflow and gives
-// the same value for every S; packs saturates to 16 bits.
-template <int Shift, int Count>
-inline void output_step4(__m128i totals, int16_t *dst) {
+// Output step on int32 totals that saturated rather than wrapped:
+// floor((S + 2^(s-1)) / 2^s) is computed as ((S >> 1) + 2^(s-2)) >> (s-1),
+// which cannot overflow and gives the same value for every S. Returns
+// 32-bit lanes ready to pack; packing saturates to 16 bits.
+template <int Shift>
+inline __m128i step_lanes(__m128i totals) {
   const __m128i biased =
       _mm_add_epi32(_mm_srai_epi32(totals, 1), _mm_set1_epi32(1 << (Shift - 2)));
-  const __m128i packed = _mm_packs_epi32(_mm_srai_epi32(biased, Shift - 1), biased);
+  return _mm_srai_epi32(biased, Shift - 1);
+}
+
+// The output step on four totals, storing the first Count outputs.
+template <int Shift, int Count>
+inline void output_step4(__m128i totals, int16_t *dst) {
+  const __m128i lanes = step_lanes<Shift>(totals);
+  const __m128i packed = _mm_packs_epi32(lanes, lanes);
   if constexpr (Count == 4) {
     _mm_storel_epi64(reinterpret_cast<__m128i *>(dst), packed);
   } else {
@@ -190,14 +198,6 @@ inline void store_interleaved(const __m128i *y, int16_t *dst) {
   }
 }
 
-// Output step on int32 totals that saturated rather than wrapped (see
-// output_step4), returned as 32-bit lanes ready to pack.
-template <int Shift>
-inline __m128i step_lanes(__m128i totals) {
-  const __m128i biased =
-      _mm_add_epi32(_mm_srai_epi32(totals, 1), _mm_set1_epi32(1 << (Shift - 2)));
-  return _mm_srai_epi32(biased, Shift - 1);
-}
 
 // Whether a build may convert groups in batches: short phases, M of 1 or 2.
 template <class Shape>
