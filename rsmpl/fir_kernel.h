@@ -66,7 +66,8 @@ constexpr FirKernelSet make_kernel_set(const char *name) {
                        fir_kernel<ShapeUp3, Dot>, fir_kernel<ShapeDown3, Dot>,
                        fir_kernel<ShapeUp2To3, Dot>, fir_kernel<ShapeDown3To2, Dot>,
                        fir_kernel<ShapeUp4, Dot>, fir_kernel<ShapeDown4, Dot>,
-                       fir_kernel<ShapeUp6, Dot>, fir_kernel<ShapeDown6, Dot>}};
+                       fir_kernel<ShapeUp6, Dot>, fir_kernel<ShapeDown6, Dot>},
+                      Dot::hq_dot};
 }
 
 }  // namespace

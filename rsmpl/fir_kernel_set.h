@@ -1,4 +1,4 @@
-// The ten FIR kernels as one table per instruction set, so the exported
+// The ten FIR kernels and the high-quality inner product as one table per instruction set, so the exported
 // kernels can dispatch once at run time and the tests can hold every build to
 // the same reference.
 #ifndef SKELDA_RSMPL_FIR_KERNEL_SET_H
@@ -23,10 +23,16 @@ enum FirKernelId {
 };
 
 using FirKernelFn = void (*)(const int16_t *in, int16_t *out, int32_t n);
+// The high-quality resampler's inner product: `taps` (a multiple of 16)
+// samples against `taps` hi then `taps` lo coefficients, returning
+// (sum_hi << shift) + sum_lo. The coefficients are sized so that neither sum
+// leaves 32 bits, which lets the SIMD builds add in 32-bit lanes.
+using HqDotFn = int64_t (*)(const int16_t *x, const int16_t *coef, uint32_t taps, uint32_t shift);
 
 struct FirKernelSet {
   const char *name;
   FirKernelFn kernel[kFirKernelCount];
+  HqDotFn hq_dot;
 };
 
 // Each returns null when this build or this CPU cannot run it.

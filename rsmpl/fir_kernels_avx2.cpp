@@ -137,6 +137,19 @@ struct Avx2Dot {
       group_per_phase<Shape, Avx2Dot>(span, dst);
     }
   }
+
+  // Both sums stay in 32-bit lanes: the coefficients are sized for that.
+  static int64_t hq_dot(const int16_t *x, const int16_t *coef, uint32_t taps, uint32_t shift) {
+    __m256i hi = _mm256_setzero_si256(), lo = _mm256_setzero_si256();
+    for (uint32_t t = 0; t < taps; t += 16) {
+      const __m256i xs = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(x + t));
+      hi = _mm256_add_epi32(hi, _mm256_madd_epi16(xs, _mm256_loadu_si256(reinterpret_cast<const __m256i *>(coef + t))));
+      lo = _mm256_add_epi32(lo, _mm256_madd_epi16(xs, _mm256_loadu_si256(reinterpret_cast<const __m256i *>(coef + taps + t))));
+    }
+    const __m128i h = _mm_add_epi32(_mm256_castsi256_si128(hi), _mm256_extracti128_si256(hi, 1));
+    const __m128i l = _mm_add_epi32(_mm256_castsi256_si128(lo), _mm256_extracti128_si256(lo, 1));
+    return static_cast<int64_t>(sum_lanes(h)) * (int64_t{1} << shift) + sum_lanes(l);
+  }
 };
 
 constexpr FirKernelSet kAvx2Set = make_kernel_set<Avx2Dot>("avx2");

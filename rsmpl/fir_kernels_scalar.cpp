@@ -21,6 +21,14 @@ struct ScalarDot {
   static void group(const int16_t *span, int16_t *dst) {
     group_per_phase<Shape, ScalarDot>(span, dst);
   }
+  static int64_t hq_dot(const int16_t *x, const int16_t *coef, uint32_t taps, uint32_t shift) {
+    int64_t hi = 0, lo = 0;
+    for (uint32_t t = 0; t < taps; ++t) {
+      hi += static_cast<int32_t>(x[t]) * coef[t];
+      lo += static_cast<int32_t>(x[t]) * coef[taps + t];
+    }
+    return hi * (int64_t{1} << shift) + lo;
+  }
 };
 
 constexpr FirKernelSet kScalarSet = make_kernel_set<ScalarDot>("scalar");

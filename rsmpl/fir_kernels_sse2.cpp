@@ -54,6 +54,17 @@ struct Sse2Dot {
       group_per_phase<Shape, Sse2Dot>(span, dst);
     }
   }
+
+  // Both sums stay in 32-bit lanes: the coefficients are sized for that.
+  static int64_t hq_dot(const int16_t *x, const int16_t *coef, uint32_t taps, uint32_t shift) {
+    __m128i hi = _mm_setzero_si128(), lo = _mm_setzero_si128();
+    for (uint32_t t = 0; t < taps; t += 8) {
+      const __m128i xs = _mm_loadu_si128(reinterpret_cast<const __m128i *>(x + t));
+      hi = _mm_add_epi32(hi, _mm_madd_epi16(xs, _mm_loadu_si128(reinterpret_cast<const __m128i *>(coef + t))));
+      lo = _mm_add_epi32(lo, _mm_madd_epi16(xs, _mm_loadu_si128(reinterpret_cast<const __m128i *>(coef + taps + t))));
+    }
+    return static_cast<int64_t>(sum_lanes(hi)) * (int64_t{1} << shift) + sum_lanes(lo);
+  }
 };
 
 constexpr FirKernelSet kSse2Set = make_kernel_set<Sse2Dot>("sse2");

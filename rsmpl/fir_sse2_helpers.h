@@ -43,6 +43,13 @@ inline int64_t finish_dot(__m128i acc, const int16_t *x, const int16_t *w, int d
   return _mm_cvtsi128_si64(acc);
 }
 
+// The four int32 lanes summed; exact when the total fits 32 bits.
+inline int32_t sum_lanes(__m128i v) {
+  v = _mm_add_epi32(v, _mm_shuffle_epi32(v, _MM_SHUFFLE(1, 0, 3, 2)));
+  v = _mm_add_epi32(v, _mm_shuffle_epi32(v, _MM_SHUFFLE(2, 3, 0, 1)));
+  return _mm_cvtsi128_si32(v);
+}
+
 // x + y per lane, saturated to the int32 range instead of wrapping.
 inline __m128i adds_epi32(__m128i x, __m128i y) {
   const __m128i sum = _mm_add_epi32(x, y);

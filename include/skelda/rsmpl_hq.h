@@ -1,0 +1,116 @@
+/* High-quality resampler: any pair of rates from 8000 to 192000 Hz, 1 to 8
+ * interleaved channels of 16-bit samples, integer arithmetic throughout.
+ *
+ * The filter is a polyphase Kaiser-windowed sinc whose passband reaches 0.45
+ * and whose stopband starts at 0.55 of the lower rate. Positions are exact
+ * integers: the stream runs at a rational ratio (output frames / input
+ * frames) that the rates give, or that RSMPL_HqSetRatio sets exactly (for
+ * instance alsa-lib's output / input period sizes), so no stream drifts.
+ *
+ * The caller owns the state: RSMPL_HqGetStateSize tells how many bytes the
+ * rates and channel count need, RSMPL_HqInit lays the state out in them, and
+ * nothing allocates afterwards. Every call returns an RSMPL_Status and checks
+ * all its arguments before doing any work: a call that fails changes
+ * nothing.
+ *
+ * Timing: output frame n stands for input position n / ratio - delay, where
+ * delay (RSMPL_HqInfo.delayFrames, in input frames) is half the filter's
+ * length. Output n is written as soon as the input it needs is in, so after
+ * N input frames in all exactly ceil(N * ratio) output frames have been
+ * written; when a whole number of periods of an exact ratio has gone in,
+ * that is exactly the periods' output. */
+#ifndef SKELDA_RSMPL_HQ_H
+#define SKELDA_RSMPL_HQ_H
+
+#include <stdint.h>
+
+#include "skelda/export.h"
+#include "skelda/rsmpl.h"
+
+SKELDA_EXTERN_C_BEGIN
+
+enum {
+  RSMPL_HQ_RATE_MIN = 8000,
+  RSMPL_HQ_RATE_MAX = 192000,
+  RSMPL_HQ_MAX_CHANNELS = 8
+};
+
+/* Status codes of this API beside those of rsmpl.h (1 null state, 2 null
+ * pointer, 3 bad rate or ratio, 4 bad channel count, length or size). */
+enum {
+  RSMPL_ERR_BAD_STATE = 7, /* the state was never initialised, or is damaged */
+  RSMPL_ERR_OVERLAP = 8    /* input and output overlap in a way the call cannot serve */
+};
+
+/* Opaque; lives in caller-owned memory of RSMPL_HqGetStateSize bytes. */
+typedef struct RSMPL_HqState RSMPL_HqState;
+
+typedef struct RSMPL_HqInfo {
+  uint32_t inRate;
+  uint32_t outRate;
+  uint32_t channels;
+  uint32_t ratioOut;          /* the exact ratio in lowest terms: ratioOut output */
+  uint32_t ratioIn;           /* frames for every ratioIn input frames */
+  uint32_t taps;              /* inner-product length per output sample */
+  uint32_t phases;            /* filter phases held in the state */
+  uint32_t interpolated;      /* 1 when ratioOut exceeds the phases held and
+                                 each output blends two neighbouring phases */
+  uint32_t delayFrames;       /* group delay in input frames */
+  uint32_t delayMicroseconds; /* group delay in microseconds, rounded */
+} RSMPL_HqInfo;
+
+/* Bytes of state for these rates and channels (8 to 65536-byte aligned
+ * blocks are fine; the state aligns itself). 3 for a rate outside
+ * 8000..192000, 4 for channels outside 1..8, 2 for a null `size`. */
+SKELDA_API RSMPL_Status RSMPL_HqGetStateSize(uint32_t inRate, uint32_t outRate,
+                                             uint32_t channels, uint32_t *size);
+
+/* Lays out a state in `size` bytes at `state`, designs the filter for the
+ * rates and starts a silent stream at the rates' ratio. 1 for a null state,
+ * 3 for a bad rate, 4 for bad channels or `size` below what
+ * RSMPL_HqGetStateSize asks. */
+SKELDA_API RSMPL_Status RSMPL_HqInit(RSMPL_HqState *state, uint32_t size, uint32_t inRate,
+                                     uint32_t outRate, uint32_t channels);
+
+/* Runs the stream at exactly outFrames / inFrames from now on (the filter
+ * stays the one the rates gave). The ratio must lie within 1/16 of
+ * outRate / inRate either way; the stream's position carries over, rounded
+ * to the new ratio's phase grid. 1 null state, 7 state not initialised,
+ * 3 for a zero count or a ratio too far from the rates'. */
+SKELDA_API RSMPL_Status RSMPL_HqSetRatio(RSMPL_HqState *state, uint32_t outFrames,
+                                         uint32_t inFrames);
+
+/* Silent history and the stream back at its start; rates, ratio and filter
+ * stay. 1 null state, 7 state not initialised. */
+SKELDA_API RSMPL_Status RSMPL_HqReset(RSMPL_HqState *state);
+
+/* Converts interleaved frames. On entry *inFrames and *outFrames hold the
+ * frames available in `in` and the room in `out`; on return, the frames
+ * consumed and written. Input is consumed frame by frame as long as the
+ * outputs each frame makes ready fit in the room left, and every output made
+ * ready is written: so the state never holds a finished output back, and a
+ * call with room for ceil(*inFrames * ratio) frames or more consumes all its
+ * input. `in` may be null when *inFrames is 0 and `out` when *outFrames is 0.
+ * `in` and `out` may be the same buffer when the ratio is at most 1; other
+ * overlaps give 8. 1 null state, 7 not initialised, 2 null counts or null
+ * buffer with a nonzero count, 8 overlap. */
+SKELDA_API RSMPL_Status RSMPL_HqProcess(RSMPL_HqState *state, const int16_t *in,
+                                        uint32_t *inFrames, int16_t *out, uint32_t *outFrames);
+
+/* Output frames RSMPL_HqProcess would write for `inFrames` input frames with
+ * unlimited room, from the current position. 1, 7, then 2 for null result. */
+SKELDA_API RSMPL_Status RSMPL_HqOutputFrames(const RSMPL_HqState *state, uint32_t inFrames,
+                                             uint32_t *outFrames);
+
+/* Input frames needed to make exactly `outFrames` more outputs ready: the
+ * least input that yields them (a call given that input and that room
+ * consumes it all and writes them all). 1, 7, then 2 for null result. */
+SKELDA_API RSMPL_Status RSMPL_HqInputFrames(const RSMPL_HqState *state, uint32_t outFrames,
+                                            uint32_t *inFrames);
+
+/* Describes the state's filter, ratio and delay. 1, 7, then 2 for null. */
+SKELDA_API RSMPL_Status RSMPL_HqGetInfo(const RSMPL_HqState *state, RSMPL_HqInfo *info);
+
+SKELDA_EXTERN_C_END
+
+#endif

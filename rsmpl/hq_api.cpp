@@ -1,0 +1,166 @@
+// The high-quality resampler's public calls: every argument is checked, in
+// the order the header gives, before anything changes.
+#include <cstdint>
+#include <cstring>
+
+#include "rsmpl/hq_state.h"
+
+namespace {
+
+using rsmpl::kHqMagic;
+
+bool rate_ok(uint32_t rate) { return rate >= RSMPL_HQ_RATE_MIN && rate <= RSMPL_HQ_RATE_MAX; }
+bool channels_ok(uint32_t channels) { return channels >= 1 && channels <= RSMPL_HQ_MAX_CHANNELS; }
+
+// A state is usable when Init wrote it and its fields still agree with the
+// design of its rates (a damaged or foreign block fails here, not later).
+bool state_ok(const RSMPL_HqState *st) {
+  if (st->magic != kHqMagic || !rate_ok(st->in_rate) || !rate_ok(st->out_rate) ||
+      !channels_ok(st->channels))
+    return false;
+  const rsmpl::HqDesign d = rsmpl::hq_design(st->in_rate, st->out_rate, st->channels);
+  return st->taps == d.taps && st->max_phases == d.max_phases && st->line_cap == d.line_cap &&
+         st->bytes >= d.bytes && st->ratio_out != 0 && st->ratio_in != 0 &&
+         st->phases < st->max_phases && st->r < st->ratio_out && st->fill <= st->line_cap &&
+         st->end + 1 >= st->taps;
+}
+
+uint64_t gcd(uint64_t a, uint64_t b) {
+  while (b != 0) {
+    const uint64_t t = a % b;
+    a = b;
+    b = t;
+  }
+  return a;
+}
+
+// out/in within 1/16 of out_rate/in_rate, with both terms in lowest form
+// below 2^24.
+bool ratio_ok(const RSMPL_HqState *st, uint32_t out_frames, uint32_t in_frames) {
+  if (out_frames == 0 || in_frames == 0) return false;
+  const uint64_t g = gcd(out_frames, in_frames);
+  if (out_frames / g >= rsmpl::kHqMaxTerm || in_frames / g >= rsmpl::kHqMaxTerm) return false;
+  const uint64_t given = uint64_t{out_frames} * st->in_rate;
+  const uint64_t nominal = uint64_t{in_frames} * st->out_rate;
+  const uint64_t diff = given > nominal ? given - nominal : nominal - given;
+  return diff * 16 <= nominal;
+}
+
+bool overlaps(const void *a, size_t a_bytes, const void *b, size_t b_bytes) {
+  const auto pa = reinterpret_cast<uintptr_t>(a), pb = reinterpret_cast<uintptr_t>(b);
+  return a_bytes != 0 && b_bytes != 0 && pa < pb + b_bytes && pb < pa + a_bytes;
+}
+
+}  // namespace
+
+extern "C" {
+
+SKELDA_API RSMPL_Status RSMPL_HqGetStateSize(uint32_t inRate, uint32_t outRate,
+                                             uint32_t channels, uint32_t *size) {
+  if (!rate_ok(inRate) || !rate_ok(outRate)) return RSMPL_ERR_BAD_RATIO;
+  if (!channels_ok(channels)) return RSMPL_ERR_BAD_LENGTH;
+  if (size == nullptr) return RSMPL_ERR_NULL_POINTER;
+  *size = rsmpl::hq_design(inRate, outRate, channels).bytes;
+  return RSMPL_OK;
+}
+
+SKELDA_API RSMPL_Status RSMPL_HqInit(RSMPL_HqState *state, uint32_t size, uint32_t inRate,
+                                     uint32_t outRate, uint32_t channels) {
+  if (state == nullptr) return RSMPL_ERR_NULL_CONTEXT;
+  if (!rate_ok(inRate) || !rate_ok(outRate)) return RSMPL_ERR_BAD_RATIO;
+  if (!channels_ok(channels)) return RSMPL_ERR_BAD_LENGTH;
+  const rsmpl::HqDesign d = rsmpl::hq_design(inRate, outRate, channels);
+  if (size < d.bytes || reinterpret_cast<uintptr_t>(state) % alignof(RSMPL_HqState) != 0)
+    return RSMPL_ERR_BAD_LENGTH;
+  // Built aside first, so that a state is never left half made.
+  RSMPL_HqState head{};
+  head.magic = kHqMagic;
+  head.bytes = size;
+  head.in_rate = inRate;
+  head.out_rate = outRate;
+  head.channels = channels;
+  head.half = d.half;
+  head.taps = d.taps;
+  head.max_phases = d.max_phases;
+  head.line_cap = d.line_cap;
+  std::memcpy(state, &head, sizeof head);
+  if (!rsmpl::hq_set_ratio(state, outRate, inRate)) {
+    state->magic = 0;
+    return RSMPL_ERR_BAD_RATIO;
+  }
+  rsmpl::hq_reset(state);
+  return RSMPL_OK;
+}
+
+SKELDA_API RSMPL_Status RSMPL_HqSetRatio(RSMPL_HqState *state, uint32_t outFrames,
+                                         uint32_t inFrames) {
+  if (state == nullptr) return RSMPL_ERR_NULL_CONTEXT;
+  if (!state_ok(state)) return RSMPL_ERR_BAD_STATE;
+  if (!ratio_ok(state, outFrames, inFrames)) return RSMPL_ERR_BAD_RATIO;
+  return rsmpl::hq_set_ratio(state, outFrames, inFrames) ? RSMPL_OK : RSMPL_ERR_BAD_RATIO;
+}
+
+SKELDA_API RSMPL_Status RSMPL_HqReset(RSMPL_HqState *state) {
+  if (state == nullptr) return RSMPL_ERR_NULL_CONTEXT;
+  if (!state_ok(state)) return RSMPL_ERR_BAD_STATE;
+  rsmpl::hq_reset(state);
+  return RSMPL_OK;
+}
+
+SKELDA_API RSMPL_Status RSMPL_HqProcess(RSMPL_HqState *state, const int16_t *in,
+                                        uint32_t *inFrames, int16_t *out, uint32_t *outFrames) {
+  if (state == nullptr) return RSMPL_ERR_NULL_CONTEXT;
+  if (!state_ok(state)) return RSMPL_ERR_BAD_STATE;
+  if (inFrames == nullptr || outFrames == nullptr) return RSMPL_ERR_NULL_POINTER;
+  if ((in == nullptr && *inFrames != 0) || (out == nullptr && *outFrames != 0))
+    return RSMPL_ERR_NULL_POINTER;
+  const size_t frame = sizeof(int16_t) * state->channels;
+  const size_t in_bytes = frame * *inFrames, out_bytes = frame * *outFrames;
+  const bool same_start = static_cast<const void *>(in) == static_cast<const void *>(out);
+  const bool shrinks = uint64_t{state->ratio_out} <= state->ratio_in;
+  if (overlaps(in, in_bytes, out, out_bytes) && !(same_start && shrinks)) return RSMPL_ERR_OVERLAP;
+  if (overlaps(in, in_bytes, state, state->bytes) || overlaps(out, out_bytes, state, state->bytes))
+    return RSMPL_ERR_OVERLAP;
+  rsmpl::hq_process(state, in, inFrames, out, outFrames);
+  return RSMPL_OK;
+}
+
+SKELDA_API RSMPL_Status RSMPL_HqOutputFrames(const RSMPL_HqState *state, uint32_t inFrames,
+                                             uint32_t *outFrames) {
+  if (state == nullptr) return RSMPL_ERR_NULL_CONTEXT;
+  if (!state_ok(state)) return RSMPL_ERR_BAD_STATE;
+  if (outFrames == nullptr) return RSMPL_ERR_NULL_POINTER;
+  const uint64_t n = rsmpl::hq_outputs_for(state, inFrames);
+  *outFrames = n > UINT32_MAX ? UINT32_MAX : static_cast<uint32_t>(n);
+  return RSMPL_OK;
+}
+
+SKELDA_API RSMPL_Status RSMPL_HqInputFrames(const RSMPL_HqState *state, uint32_t outFrames,
+                                            uint32_t *inFrames) {
+  if (state == nullptr) return RSMPL_ERR_NULL_CONTEXT;
+  if (!state_ok(state)) return RSMPL_ERR_BAD_STATE;
+  if (inFrames == nullptr) return RSMPL_ERR_NULL_POINTER;
+  const uint64_t n = rsmpl::hq_inputs_for(state, outFrames);
+  *inFrames = n > UINT32_MAX ? UINT32_MAX : static_cast<uint32_t>(n);
+  return RSMPL_OK;
+}
+
+SKELDA_API RSMPL_Status RSMPL_HqGetInfo(const RSMPL_HqState *state, RSMPL_HqInfo *info) {
+  if (state == nullptr) return RSMPL_ERR_NULL_CONTEXT;
+  if (!state_ok(state)) return RSMPL_ERR_BAD_STATE;
+  if (info == nullptr) return RSMPL_ERR_NULL_POINTER;
+  info->inRate = state->in_rate;
+  info->outRate = state->out_rate;
+  info->channels = state->channels;
+  info->ratioOut = state->ratio_out;
+  info->ratioIn = state->ratio_in;
+  info->taps = state->taps;
+  info->phases = state->phases;
+  info->interpolated = state->phases != state->ratio_out;
+  info->delayFrames = state->taps / 2;
+  info->delayMicroseconds = static_cast<uint32_t>(
+      (uint64_t{state->taps / 2} * 1000000 + state->in_rate / 2) / state->in_rate);
+  return RSMPL_OK;
+}
+
+}  // extern "C"

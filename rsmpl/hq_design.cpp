@@ -1,0 +1,178 @@
+// Set-up of the high-quality resampler: the filter for a pair of rates, its
+// coefficients for a phase grid, and the ratio. Everything here is integer
+// arithmetic over the constant prototype tables, so every CPU derives the same
+// coefficients; divisions happen here, never per sample.
+#include <cstdlib>
+#include <cstring>
+
+#include "rsmpl/hq_state.h"
+#include "rsmpl/hq_tables.h"
+
+namespace rsmpl {
+namespace {
+
+constexpr uint32_t round_up(uint32_t v, uint32_t a) { return (v + a - 1) / a * a; }
+
+const int32_t *prototype(uint32_t half) { return half == 40 ? kHqPrototype40 : kHqPrototype32; }
+
+// The prototype at u / den table entries from its centre (u >= 0), Q30, by
+// four-point Lagrange interpolation between entries with weights in Q30.
+// Entries before the centre mirror those after it.
+int64_t prototype_at(const int32_t *table, uint32_t half, uint64_t u, uint64_t den) {
+  const uint64_t j = u / den;
+  if (j >= static_cast<uint64_t>(half) * kHqOversample) return 0;
+  // f in Q16: the fraction between entries j and j + 1.
+  const int64_t f = static_cast<int64_t>(((u % den) << 16) / den);
+  const int64_t one = 1 << 16;
+  // The four Lagrange weights at -1, 0, 1, 2, each a product of three Q16
+  // factors (Q48) brought to Q30.
+  const int64_t fm1 = f + one, f0 = f, f1 = f - one, f2 = f - 2 * one;
+  const int64_t w[4] = {-(f0 * f1 / 6 * f2 >> 18), (fm1 * f1 / 2 * f2 >> 18),
+                        -(fm1 * f0 / 2 * f2 >> 18), (fm1 * f0 / 6 * f1 >> 18)};
+  int64_t sum = 0;
+  for (int i = 0; i < 4; ++i) {
+    const int64_t idx = static_cast<int64_t>(j) - 1 + i;
+    sum += w[i] * table[idx < 0 ? -idx : idx];
+  }
+  return (sum + (int64_t{1} << 29)) >> 30;
+}
+
+uint64_t gcd(uint64_t a, uint64_t b) {
+  while (b != 0) {
+    const uint64_t t = a % b;
+    a = b;
+    b = t;
+  }
+  return a;
+}
+
+}  // namespace
+
+HqDesign hq_design(uint32_t in_rate, uint32_t out_rate, uint32_t channels) {
+  HqDesign d{};
+  const bool down = out_rate < in_rate;
+  const uint32_t lower = down ? out_rate : in_rate;
+  d.half = lower >= kHqLongRate ? 40 : 32;
+  // Taps cover the prototype stretched to the input rate: ceil(half * in /
+  // out) input samples a side when downsampling, half when upsampling.
+  const uint64_t reach = down ? (static_cast<uint64_t>(d.half) * in_rate + out_rate - 1) / out_rate
+                              : d.half;
+  d.taps = round_up(static_cast<uint32_t>(2 * reach), kHqTapAlign);
+  d.max_phases = kHqMaxCoefficients / d.taps;
+  // A pass holds the last window, one chunk and the largest step between
+  // outputs (at most 1/16 beyond the rates' ratio).
+  const uint32_t step = in_rate / out_rate + in_rate / out_rate / 16 + 2;
+  d.line_cap = d.taps + kHqChunk + step;
+  const uint64_t bytes = sizeof(RSMPL_HqState) +
+                         2 * (static_cast<uint64_t>(d.max_phases) * 2 * d.taps +
+                              static_cast<uint64_t>(channels) * d.line_cap);
+  d.bytes = static_cast<uint32_t>(round_up(static_cast<uint32_t>(bytes), 8));
+  return d;
+}
+
+// Coefficient c of tap k at grid phase q sits at distance d = k - T/2 + 1 -
+// q/P input samples from the output's position, which is d out/in lower-rate
+// samples when downsampling (d when upsampling), where the prototype is
+// scaled by out/in to keep unit gain. Each phase is then corrected to sum to
+// exactly 2^F, so every phase passes DC unchanged.
+bool hq_build_phases(RSMPL_HqState *st, uint32_t phases) {
+  const uint32_t taps = st->taps;
+  const bool down = st->out_rate < st->in_rate;
+  const int32_t *table = prototype(st->half);
+  // S: T 2^S < 2^17 keeps the sum of |x lo| below 2^31; F = 14 + S puts the
+  // prototype's peak (1.0) at 2^14 in hi.
+  uint32_t s = 14;
+  while ((static_cast<uint64_t>(taps) << s) >= (1u << 17)) --s;
+  const uint32_t f = 14 + s;
+  const uint64_t den = static_cast<uint64_t>(phases) * (down ? st->in_rate : 1);
+  const uint64_t scale = static_cast<uint64_t>(kHqOversample) * (down ? st->out_rate : 1);
+  int16_t *coef = st->coefficients();
+  int64_t c[2048];
+  if (taps > 2048) return false;
+  for (uint32_t q = 0; q <= phases; ++q) {
+    int64_t sum = 0;
+    uint32_t peak = 0;
+    for (uint32_t k = 0; k < taps; ++k) {
+      const int64_t dist = (static_cast<int64_t>(k) - taps / 2 + 1) * phases - q;  // d P
+      const uint64_t u = static_cast<uint64_t>(dist < 0 ? -dist : dist) * scale;
+      int64_t v = prototype_at(table, st->half, u, den);  // Q30
+      // To Q(F), scaled by out/in when downsampling, rounded half up.
+      const int64_t num = v * (down ? st->out_rate : 1);
+      const int64_t div = static_cast<int64_t>(down ? st->in_rate : 1) << (30 - f);
+      v = num >= 0 ? (num + div / 2) / div : -((-num + div / 2) / div);
+      c[k] = v;
+      sum += v;
+      if ((v < 0 ? -v : v) > (c[peak] < 0 ? -c[peak] : c[peak])) peak = k;
+    }
+    c[peak] += (int64_t{1} << f) - sum;
+    int16_t *hi = coef + static_cast<size_t>(q) * 2 * taps;
+    int16_t *lo = hi + taps;
+    int64_t hi_abs = 0;
+    for (uint32_t k = 0; k < taps; ++k) {
+      const int64_t h = (c[k] + (int64_t{1} << (s - 1))) >> s;
+      const int64_t l = c[k] - (h << s);
+      if (h > 32767 || h < -32767) return false;
+      hi[k] = static_cast<int16_t>(h);
+      lo[k] = static_cast<int16_t>(l);
+      hi_abs += h < 0 ? -h : h;
+    }
+    if (hi_abs * 32768 >= (int64_t{1} << 31)) return false;
+  }
+  st->lo_shift = s;
+  st->out_shift = f;
+  st->phases = phases;
+  return true;
+}
+
+bool hq_set_ratio(RSMPL_HqState *st, uint32_t out_frames, uint32_t in_frames) {
+  const uint64_t g = gcd(out_frames, in_frames);
+  const uint32_t l = static_cast<uint32_t>(out_frames / g);
+  const uint32_t m = static_cast<uint32_t>(in_frames / g);
+  const uint32_t phases = l < st->max_phases ? l : st->max_phases - 1;
+  if (phases != st->phases && !hq_build_phases(st, phases)) return false;
+  // The position carries over: the same integer sample, the phase rounded
+  // down to the new grid.
+  const uint32_t r = st->ratio_out == 0
+                         ? 0
+                         : static_cast<uint32_t>(static_cast<uint64_t>(st->r) * l / st->ratio_out);
+  st->ratio_out = l;
+  st->ratio_in = m;
+  st->step_int = m / l;
+  st->step_frac = m % l;
+  const uint64_t grid = static_cast<uint64_t>(st->step_frac) * phases;
+  st->grid_int = static_cast<uint32_t>(grid / l);
+  st->grid_frac = static_cast<uint32_t>(grid % l);
+  st->weight_inv = (uint64_t{1} << 40) / l;
+  st->r = r;
+  st->q = static_cast<uint32_t>(static_cast<uint64_t>(r) * phases / l);
+  st->rem = static_cast<uint32_t>(static_cast<uint64_t>(r) * phases % l);
+  return true;
+}
+
+void hq_reset(RSMPL_HqState *st) {
+  for (uint32_t c = 0; c < st->channels; ++c)
+    std::memset(st->line(c), 0, sizeof(int16_t) * st->line_cap);
+  st->fill = st->taps - 1;
+  st->end = st->taps - 1;
+  st->r = 0;
+  st->q = 0;
+  st->rem = 0;
+}
+
+uint64_t hq_outputs_for(const RSMPL_HqState *st, uint64_t in_frames) {
+  // Output k from now is ready once sample end + floor((r + k M) / L) is in.
+  const int64_t last = static_cast<int64_t>(st->fill) + static_cast<int64_t>(in_frames) - 1;
+  const int64_t a = last - static_cast<int64_t>(st->end);
+  if (a < 0) return 0;
+  const uint64_t l = st->ratio_out, m = st->ratio_in;
+  return ((static_cast<uint64_t>(a) + 1) * l - st->r + m - 1) / m;
+}
+
+uint64_t hq_inputs_for(const RSMPL_HqState *st, uint64_t out_frames) {
+  if (out_frames == 0) return 0;
+  const uint64_t newest =
+      st->end + (st->r + (out_frames - 1) * st->ratio_in) / st->ratio_out;
+  return newest + 1 > st->fill ? newest + 1 - st->fill : 0;
+}
+
+}  // namespace rsmpl
