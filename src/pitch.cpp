@@ -94,6 +94,7 @@ int pcm_rsmpl_adjust_pitch(void *obj, snd_pcm_rate_info_t *info) {
   }
   rec->pitch = pitch;
   if (pitch >= kPitchOne) rec->pitch_shift = shift_for(pitch);
+  rsmpl_follow_periods(rec, info->in.rate, info->out.rate, in_period, out_period);
   return 0;
 }
 

@@ -2,6 +2,8 @@
 // that set up, restart and tear down one stream's converter.
 #include "src/rate_rsmpl.h"
 
+#include "skelda/rsmpl_hq.h"
+
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -109,7 +111,10 @@ SKELDA_API int _snd_pcm_rate_skelda_open(unsigned int version, void **objp,
   return 0;
 }
 
-void pcm_rsmpl_close(void *obj) { std::free(obj); }
+void pcm_rsmpl_close(void *obj) {
+  std::free(record(obj)->hq);
+  std::free(obj);
+}
 
 // Rejects more than four channels and, since both rates are divisors below,
 // a zero rate, with -EINVAL before anything changes. Otherwise rebuilds the
@@ -144,6 +149,9 @@ int pcm_rsmpl_init(void *obj, snd_pcm_rate_info_t *info) {
 void pcm_rsmpl_free(void *obj) {
   rsmpl_converter *rec = record(obj);
   release_contexts(rec);
+  std::free(rec->hq);
+  rec->hq = nullptr;
+  rec->hq_bytes = 0;
   std::free(rec->work);
   rec->work = nullptr;
 }
@@ -153,6 +161,7 @@ void pcm_rsmpl_reset(void *obj) {
   const unsigned channels = rec->channels < kMaxChannels ? rec->channels : kMaxChannels;
   for (unsigned c = 0; c < channels; ++c)
     if (rec->contexts[c] != nullptr) RSMPL_Reset(rec->contexts[c]);
+  if (rec->hq != nullptr) RSMPL_HqReset(rec->hq);
   if (rec->work != nullptr) std::memset(rec->work, 0, channels * sizeof(int16_t));
 }
 

@@ -36,6 +36,10 @@ struct rsmpl_converter {
   // Set once a FIR period could not be converted exactly as given (see
   // src_fir_down_s16), so the fault is reported once per configuration.
   bool fir_mismatch_reported;
+  // The resampler that FIR streams whose periods do not convert exactly at
+  // the factor run through instead (see rsmpl_follow_periods).
+  struct RSMPL_HqState *hq;
+  uint32_t hq_bytes;
 };
 
 extern "C" {
@@ -64,6 +68,11 @@ void src_fir_up_s16(void *obj, int16_t *dst, unsigned int dst_frames,
                     const int16_t *src, unsigned int src_frames);
 void src_fir_down_s16(void *obj, int16_t *dst, unsigned int dst_frames,
                       const int16_t *src, unsigned int src_frames);
+void src_hq_s16(void *obj, int16_t *dst, unsigned int dst_frames, const int16_t *src,
+                unsigned int src_frames);
+
+void rsmpl_follow_periods(rsmpl_converter *rec, unsigned in_rate, unsigned out_rate,
+                          uint64_t in_period, uint64_t out_period);
 
 }  // extern "C"
 
