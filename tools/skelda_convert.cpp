@@ -1,7 +1,8 @@
 // Offline converter: reads any format libsndfile reads, converts it with the
 // same code alsa-lib runs (FIR for factors 2, 3 and 6, linear otherwise) or,
-// on request, with the engine's sinc interpolator at any ratio from 1/8 to 8,
-// and writes 16-bit signed audio. The output appears only when complete: it
+// on request, with the high-quality resampler (any rates 8000..192000 Hz, up
+// to eight channels) or the engine's sinc interpolator at any ratio from 1/8
+// to 8, and writes 16-bit signed audio. The output appears only when complete: it
 // is written to a temporary file beside it and renamed at the end.
 #include <sndfile.h>
 #include <unistd.h>
@@ -18,6 +19,7 @@
 #include <vector>
 
 #include "skelda/rsmpl.h"
+#include "skelda/rsmpl_hq.h"
 #include "src/rate_rsmpl.h"
 
 namespace {
@@ -25,16 +27,19 @@ namespace {
 const char kUsage[] =
     "usage: skelda_convert [options] INPUT OUTPUT\n"
     "  -r, --rate HZ     output rate (default 48000)\n"
+    "  --hq              use the high-quality resampler (8000..192000 Hz, any\n"
+    "                    pair, up to eight channels)\n"
     "  -s, --sinc        use the sinc interpolator (ratio 1/8 to 8, any rates)\n"
     "  -q, --quiet       no progress bar\n"
-    "Without --sinc both rates must lie in 8000..48000 Hz. Output is 16-bit\n"
+    "Otherwise both rates must lie in 8000..48000 Hz. Output is 16-bit\n"
     "signed, in the container the OUTPUT name suggests (.wav .flac .aiff .au\n"
-    ".caf .w64); WAV otherwise. At most four channels.\n";
+    ".caf .w64); WAV otherwise. At most four channels, eight with --hq.\n";
 
 struct Options {
   std::string input, output;
   int rate = 48000;
   bool sinc = false;
+  bool hq = false;
   bool quiet = false;
 };
 
@@ -58,6 +63,8 @@ Options parse(int argc, char **argv) {
       o.rate = static_cast<int>(r);
     } else if (a == "-s" || a == "--sinc") {
       o.sinc = true;
+    } else if (a == "--hq") {
+      o.hq = true;
     } else if (a == "-q" || a == "--quiet") {
       o.quiet = true;
     } else if (a == "-h" || a == "--help") {
@@ -254,6 +261,55 @@ class SincConverter : public Converter {
   std::string name_;
 };
 
+// The high-quality resampler over all channels at once. Outputs that stand
+// for positions before the input's start (the filter's delay) are dropped,
+// and the end is flushed with silence, so the output lines up with the input.
+class HqConverter : public Converter {
+ public:
+  HqConverter(unsigned in_rate, unsigned out_rate, unsigned channels) : channels_(channels) {
+    uint32_t bytes = 0;
+    if (RSMPL_HqGetStateSize(in_rate, out_rate, channels, &bytes) != RSMPL_OK)
+      fail(kUnsupported, "--hq converts 8000..192000 Hz and up to eight channels");
+    state_.reset(static_cast<RSMPL_HqState *>(std::malloc(bytes)));
+    if (!state_ || RSMPL_HqInit(state_.get(), bytes, in_rate, out_rate, channels) != RSMPL_OK)
+      fail(kOutputError, "out of memory");
+    RSMPL_HqInfo info;
+    RSMPL_HqGetInfo(state_.get(), &info);
+    delay_ = info.delayFrames;
+    skip_ = (uint64_t{info.delayFrames} * info.ratioOut + info.ratioIn / 2) / info.ratioIn;
+    name_ = "RSMPL high-quality resampler, " + std::to_string(info.taps) + " taps, delay " +
+            std::to_string(info.delayMicroseconds) + " us";
+  }
+  void convert(const int16_t *in, size_t frames, std::vector<int16_t> &out) override {
+    uint32_t room = 0;
+    RSMPL_HqOutputFrames(state_.get(), static_cast<uint32_t>(frames), &room);
+    const size_t at = out.size();
+    out.resize(at + size_t(room) * channels_);
+    uint32_t used = static_cast<uint32_t>(frames), made = room;
+    if (RSMPL_HqProcess(state_.get(), in, &used, out.data() + at, &made) != RSMPL_OK || used != frames)
+      fail(kOutputError, "the resampler refused a block");
+    out.resize(at + size_t(made) * channels_);
+    const size_t drop = std::min<size_t>(skip_, made);
+    out.erase(out.begin() + at, out.begin() + at + drop * channels_);
+    skip_ -= drop;
+  }
+  void finish(std::vector<int16_t> &out) override {
+    const std::vector<int16_t> silence(size_t(delay_ + 1) * channels_, 0);
+    convert(silence.data(), delay_ + 1, out);
+  }
+  std::string description() const override { return name_; }
+
+ private:
+  struct Free {
+    void operator()(void *p) const { std::free(p); }
+  };
+  unsigned channels_;
+  uint32_t delay_ = 0;
+  uint64_t skip_ = 0;
+  std::unique_ptr<RSMPL_HqState, Free> state_;
+  std::string name_;
+};
+
 class Progress {
  public:
   Progress(bool enabled, sf_count_t total) : enabled_(enabled && isatty(2)), total_(total) {}
@@ -287,10 +343,15 @@ int main(int argc, char **argv) {
   const unsigned channels = static_cast<unsigned>(in_info.channels);
   const unsigned in_rate = static_cast<unsigned>(in_info.samplerate);
   const unsigned out_rate = static_cast<unsigned>(o.rate);
-  if (channels > kMaxChannels)
-    fail(kUnsupported, o.input + " has " + std::to_string(channels) +
-                           " channels; at most four are converted");
-  if (o.sinc) {
+  if (channels > (o.hq ? unsigned{RSMPL_HQ_MAX_CHANNELS} : kMaxChannels))
+    fail(kUnsupported, o.input + " has " + std::to_string(channels) + " channels; at most " +
+                           (o.hq ? "eight" : "four") + " are converted");
+  if (o.hq) {
+    if (in_rate < RSMPL_HQ_RATE_MIN || in_rate > RSMPL_HQ_RATE_MAX || out_rate < RSMPL_HQ_RATE_MIN ||
+        out_rate > RSMPL_HQ_RATE_MAX)
+      fail(kUnsupported, "--hq converts rates in 8000..192000 Hz (" + std::to_string(in_rate) +
+                             " -> " + std::to_string(out_rate) + ")");
+  } else if (o.sinc) {
     const double ratio = double(out_rate) / in_rate;
     if (ratio < 0.125 || ratio > 8.0)
       fail(kUnsupported, "ratio " + std::to_string(ratio) + " is outside 1/8..8");
@@ -300,7 +361,9 @@ int main(int argc, char **argv) {
   }
 
   std::unique_ptr<Converter> converter;
-  if (o.sinc)
+  if (o.hq)
+    converter = std::make_unique<HqConverter>(in_rate, out_rate, channels);
+  else if (o.sinc)
     converter = std::make_unique<SincConverter>(in_rate, out_rate, channels);
   else
     converter = std::make_unique<PluginConverter>(in_rate, out_rate, channels);
