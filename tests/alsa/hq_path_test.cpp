@@ -272,7 +272,7 @@ TEST_F(HqModuleOps, AnHourOfPeriodsEndsWhereTheRatioPutsIt) {
 // Every refusal returns the error alsa-lib expects and says why through
 // snd_lib_error; one that comes after a good set-up leaves it working.
 TEST_F(HqModuleOps, RefusalsReturnAnErrorAndSayWhy) {
-  enum Call { kInit, kAdjust };
+  enum Call { kInit, kAdjust, kAdjustBeforeInit };
   const struct {
     const char *what;
     Call call;
@@ -290,11 +290,13 @@ TEST_F(HqModuleOps, RefusalsReturnAnErrorAndSayWhy) {
       {"output period 0", kAdjust, info(44100, 48000, 2, 1024, 0), -EIO},
       {"period beyond 32 bits", kAdjust, info(44100, 48000, 2, 1ull << 32, 1114), -EIO},
       {"ratio 2 for 1.09", kAdjust, info(44100, 48000, 2, 1024, 2048), -EIO},
+      {"adjust_pitch before init", kAdjustBeforeInit, info(44100, 48000, 2, 1024, 1114), -EINVAL},
   };
   const std::vector<int16_t> src = interleaved_sines(44100, {997, 1499}, kAmplitude, 1024);
   std::vector<int16_t> before(1114 * 2), after(1114 * 2);
   for (int configured = 0; configured < 2; ++configured) {
     for (const auto &c : cases) {
+      if (configured && c.call == kAdjustBeforeInit) continue;
       SCOPED_TRACE(::testing::Message() << c.what << (configured ? ", after a good set-up" : ""));
       TearDown();
       SetUp();
