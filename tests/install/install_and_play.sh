@@ -17,7 +17,7 @@ snippet="$stage/etc/alsa/conf.d/10-skelda.conf"
 find "$stage" -name rsmpl.h | grep -q . || { echo "FAIL: headers not installed"; exit 1; }
 find "$stage" -name skelda.pc | grep -q . || { echo "FAIL: pkg-config file not installed"; exit 1; }
 [ -f "$stage$plugindir/libasound_module_rate_skelda_hq.so" ] || { echo "FAIL: no skelda_hq module"; exit 1; }
-for f in libskelda.so.0 libskelda.so libskelda.a; do
+for f in libskelda.so.0 libskelda.so libskelda.a skelda_convert skelda_convert.1; do
   find "$stage" -name "$f" | grep -q . || { echo "FAIL: $f not installed"; exit 1; }
 done
 
