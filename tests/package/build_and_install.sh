@@ -180,13 +180,21 @@ man -P cat skelda_convert 2>/dev/null | grep -q -- '--hq' || fail "the manual pa
 echo "skelda_convert: 44100 -> 48000 and --hq 44100 -> 96000 converted; manual page found"
 phase "skelda_convert"
 
+# Removing takes every file away (the packages have no conffiles); purging
+# then leaves the package list as it was too.
 cd /
-apt_get purge -y -qq "${packages[@]}" >"$work/purge.log" 2>&1 || { cat "$work/purge.log"; fail "apt-get purge"; }
+same_as_before() {  # what [grep pattern the comparison leaves out]
+  snapshot "$work/after"
+  if ! diff <(grep -v "${2:-^$}" "$work/before") <(grep -v "${2:-^$}" "$work/after") >"$work/left"; then
+    sed 's/^/    /' "$work/left"
+    fail "the system differs after $1"
+  fi
+}
+apt_get remove -y -qq "${packages[@]}" >"$work/remove.log" 2>&1 || { cat "$work/remove.log"; fail "apt-get remove"; }
+same_as_before "apt-get remove" '^package '
+# (apt forgets packages removed without conffiles; dpkg purges whatever is left.)
+$sudo dpkg --purge "${packages[@]}" >"$work/purge.log" 2>&1 || { cat "$work/purge.log"; fail "dpkg --purge"; }
 installed=0
-snapshot "$work/after"
-if ! diff "$work/before" "$work/after" >"$work/left"; then
-  sed 's/^/    /' "$work/left"
-  fail "the system differs after the purge"
-fi
-phase "purged; packages and files as before"
+same_as_before "dpkg --purge"
+phase "removed and purged; packages and files as before"
 echo "Debian packages: built, lintian-clean, installed, used and purged in $((SECONDS - start)) s"
