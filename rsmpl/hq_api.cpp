@@ -15,6 +15,8 @@ bool channels_ok(uint32_t channels) { return channels >= 1 && channels <= RSMPL_
 // A state is usable when Init wrote it and its fields still agree with the
 // design of its rates (a damaged or foreign block fails here, not later).
 bool state_ok(const RSMPL_HqState *st) {
+  // A misaligned block was never initialised, and is not read.
+  if (reinterpret_cast<uintptr_t>(st) % alignof(RSMPL_HqState) != 0) return false;
   if (st->magic != kHqMagic || !rate_ok(st->in_rate) || !rate_ok(st->out_rate) ||
       !channels_ok(st->channels))
     return false;

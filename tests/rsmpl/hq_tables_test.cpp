@@ -68,7 +68,7 @@ TEST(HqTables, CoefficientsAreTheStretchedPrototype) {
         const double ideal = g * hq_rule::Value(hq_rule::kPrototype, d * g);
         const double err = std::fabs(coefficient(*st, q, k) - ideal);
         if (err > 1e-6) ++outliers;
-        sum += (int64_t{hi[k]} << st->lo_shift) + hi[taps + k];
+        sum += int64_t{hi[k]} * (int64_t{1} << st->lo_shift) + hi[taps + k];
         hi_abs += std::abs(hi[k]);
         lo_abs += std::abs(hi[taps + k]);
       }
