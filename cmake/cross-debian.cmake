@@ -20,10 +20,13 @@ set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(ENV{PKG_CONFIG_LIBDIR} "/usr/lib/${SKELDA_TARGET_TRIPLET}/pkgconfig:/usr/share/pkgconfig")
 set(ENV{PKG_CONFIG_PATH} "")
 
-# Test programs and tools built here run under qemu-user with the target's
-# C library as its root for the dynamic loader.
+# Test programs and tools built here run under qemu-user. The target's
+# libraries come from its multiarch packages, which bring the target's own C
+# library and loader (/lib/<triplet>); qemu is not pointed at the cross
+# compiler's copy in /usr/<triplet> (-L): that one is another build of glibc,
+# and its loader with the multiarch libc breaks as soon as a thread starts.
 find_program(SKELDA_QEMU_PROGRAM ${SKELDA_QEMU})
 if(NOT SKELDA_QEMU_PROGRAM)
   set(SKELDA_QEMU_PROGRAM ${SKELDA_QEMU})
 endif()
-set(CMAKE_CROSSCOMPILING_EMULATOR ${SKELDA_QEMU_PROGRAM} -L /usr/${SKELDA_TARGET_TRIPLET})
+set(CMAKE_CROSSCOMPILING_EMULATOR ${SKELDA_QEMU_PROGRAM})

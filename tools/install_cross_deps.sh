@@ -17,7 +17,7 @@ for arch in "${targets[@]}"; do
     arm64 | armhf) ;;
     *) echo "unknown target: $arch (arm64 or armhf)" >&2; exit 2 ;;
   esac
-  packages+=("crossbuild-essential-$arch" "libasound2-dev:$arch" "libgtest-dev:$arch"
+  packages+=("crossbuild-essential-$arch" "libc6:$arch" "libstdc++6:$arch" "libasound2-dev:$arch" "libgtest-dev:$arch"
              "libsndfile1-dev:$arch" "libbenchmark-dev:$arch")
 done
 
