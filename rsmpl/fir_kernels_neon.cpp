@@ -1,0 +1,291 @@
+// NEON build of the FIR kernels, for 64-bit ARM (always there) and 32-bit
+// ARM (this file alone is compiled with -mfpu=neon there, and only used when
+// the kernel reports NEON in the auxiliary vector).
+//
+// One inner product: products of four taps at a time accumulate in the four
+// 32-bit lanes of a vmlal_s16 over runs of taps that cannot overflow a lane
+// (worked out at compile time from the tables), then vpadal widens each run
+// into two 64-bit lanes, so the sum stays exact.
+//
+// Eight groups at once, for M of 1 to 4: lane j of every vector holds group
+// j's sample for one tap (vld1q for M = 1, vld2q..vld4q deinterleave the
+// others), so each tap is one multiply-accumulate by a scalar weight per four
+// groups. A lane holds one output's partial sum, again over overflow-safe
+// runs, widened to 64 bits between runs; the output step rounds, shifts and
+// saturates in vector registers.
+#include "rsmpl/fir_kernel_set.h"
+
+#if defined(__ARM_NEON) || defined(__ARM_NEON__)
+#include <arm_neon.h>
+#if !defined(__aarch64__)
+#include <asm/hwcap.h>
+#include <sys/auxv.h>
+#endif
+
+#include "rsmpl/fir_kernel.h"
+
+namespace rsmpl {
+namespace {
+
+constexpr int64_t kLaneLimit = INT32_MAX;
+
+// Longest run of consecutive 4-tap blocks over which lane j (taps 4b + j)
+// cannot leave 32 bits in any phase: 32768 times the sum of the magnitudes of
+// its taps stays at or below INT32_MAX.
+template <class Shape>
+constexpr int lane_run_blocks() {
+  constexpr auto &layout = kPhaseLayout<Shape>;
+  constexpr int blocks = PhaseLayout<Shape>::kTaps / 4;
+  for (int run = blocks; run > 1; --run) {
+    bool ok = true;
+    for (int phi = 0; phi < Shape::L; ++phi)
+      for (int b0 = 0; b0 < blocks; b0 += run)
+        for (int lane = 0; lane < 4; ++lane) {
+          int64_t sum = 0;
+          for (int b = b0; b < b0 + run && b < blocks; ++b) {
+            const int w = layout.phase[phi].taps[4 * b + lane];
+            sum += w < 0 ? -w : w;
+          }
+          if (sum * 32768 > kLaneLimit) ok = false;
+        }
+    if (ok) return run;
+  }
+  return 1;
+}
+
+// Longest run of consecutive taps whose whole partial sum cannot leave 32
+// bits in any phase (one lane per output in the batched groups).
+template <class Shape>
+constexpr int output_run_taps() {
+  constexpr auto &layout = kPhaseLayout<Shape>;
+  constexpr int taps = PhaseLayout<Shape>::kTaps;
+  for (int run = taps; run > 1; --run) {
+    bool ok = true;
+    for (int phi = 0; phi < Shape::L; ++phi)
+      for (int t0 = 0; t0 < taps; t0 += run) {
+        int64_t sum = 0;
+        for (int t = t0; t < t0 + run && t < taps; ++t) {
+          const int w = layout.phase[phi].taps[t];
+          sum += w < 0 ? -w : w;
+        }
+        if (sum * 32768 > kLaneLimit) ok = false;
+      }
+    if (ok) return run;
+  }
+  return 1;
+}
+
+// The four lanes summed modulo 2^32: exact when the total fits 32 bits.
+inline int32_t sum_lanes(int32x4_t v) {
+#if defined(__aarch64__)
+  return vaddvq_s32(v);
+#else
+  const int32x2_t pair = vadd_s32(vget_low_s32(v), vget_high_s32(v));
+  return vget_lane_s32(vpadd_s32(pair, pair), 0);
+#endif
+}
+
+// The output step on 32-bit totals: the rounding shift cannot overflow (the
+// rounding constant is added at full precision), the narrowing saturates.
+template <int Shift>
+inline int16x4_t step32(int32x4_t totals) {
+  return vqmovn_s32(vrshrq_n_s32(totals, Shift));
+}
+
+// The same on 64-bit totals, two lanes each.
+template <int Shift>
+inline int16x4_t step64(int64x2_t a, int64x2_t b) {
+  return vqmovn_s32(vcombine_s32(vqmovn_s64(vrshrq_n_s64(a, Shift)),
+                                 vqmovn_s64(vrshrq_n_s64(b, Shift))));
+}
+
+// Lanes j = 0..7 of tap t of a batch whose first group's span starts at p:
+// the samples p[t + M j]. Taps come in blocks of M, one deinterleaving load
+// each; `Load` is that load.
+template <int M>
+struct BlockLoad;
+template <>
+struct BlockLoad<1> {
+  int16x8_t val[1];
+  explicit BlockLoad(const int16_t *p) : val{vld1q_s16(p)} {}
+};
+template <>
+struct BlockLoad<2> {
+  int16x8_t val[2];
+  explicit BlockLoad(const int16_t *p) {
+    const int16x8x2_t v = vld2q_s16(p);
+    val[0] = v.val[0], val[1] = v.val[1];
+  }
+};
+template <>
+struct BlockLoad<3> {
+  int16x8_t val[3];
+  explicit BlockLoad(const int16_t *p) {
+    const int16x8x3_t v = vld3q_s16(p);
+    val[0] = v.val[0], val[1] = v.val[1], val[2] = v.val[2];
+  }
+};
+template <>
+struct BlockLoad<4> {
+  int16x8_t val[4];
+  explicit BlockLoad(const int16_t *p) {
+    const int16x8x4_t v = vld4q_s16(p);
+    val[0] = v.val[0], val[1] = v.val[1], val[2] = v.val[2], val[3] = v.val[3];
+  }
+};
+
+template <class Shape>
+constexpr bool batches_eight_groups() {
+  return Shape::M <= 4;
+}
+
+// A block load past the last tap of a phase reads up to M - 1 samples past
+// the span of the batch's last group: then one more group must follow.
+template <class Shape>
+constexpr int batch_overread_groups() {
+  return PhaseLayout<Shape>::kTaps % Shape::M != 0 ? 1 : 0;
+}
+
+// One phase's outputs of eight groups as 16-bit lanes.
+template <class Shape, int Phi>
+inline int16x8_t batch_phase(const int16_t *span) {
+  constexpr auto &phase = kPhaseLayout<Shape>.phase[Phi];
+  constexpr int taps = PhaseLayout<Shape>::kTaps;
+  constexpr int run = output_run_taps<Shape>();
+  constexpr int M = Shape::M;
+  const int16_t *p = span + phase.start;
+  if constexpr (run >= taps) {
+    int32x4_t lo = vdupq_n_s32(0), hi = vdupq_n_s32(0);
+    for (int b = 0; b < taps; b += M) {
+      const BlockLoad<M> x(p + b);
+      for (int k = 0; k < M && b + k < taps; ++k) {
+        lo = vmlal_n_s16(lo, vget_low_s16(x.val[k]), phase.taps[b + k]);
+        hi = vmlal_n_s16(hi, vget_high_s16(x.val[k]), phase.taps[b + k]);
+      }
+    }
+    return vcombine_s16(step32<Shape::kShift>(lo), step32<Shape::kShift>(hi));
+  } else {
+    int64x2_t acc[4] = {vdupq_n_s64(0), vdupq_n_s64(0), vdupq_n_s64(0), vdupq_n_s64(0)};
+    int32x4_t lo = vdupq_n_s32(0), hi = vdupq_n_s32(0);
+    int in_run = 0;
+    for (int b = 0; b < taps; b += M) {
+      const BlockLoad<M> x(p + b);
+      for (int k = 0; k < M && b + k < taps; ++k) {
+        lo = vmlal_n_s16(lo, vget_low_s16(x.val[k]), phase.taps[b + k]);
+        hi = vmlal_n_s16(hi, vget_high_s16(x.val[k]), phase.taps[b + k]);
+        if (++in_run == run || b + k == taps - 1) {
+          acc[0] = vaddw_s32(acc[0], vget_low_s32(lo));
+          acc[1] = vaddw_s32(acc[1], vget_high_s32(lo));
+          acc[2] = vaddw_s32(acc[2], vget_low_s32(hi));
+          acc[3] = vaddw_s32(acc[3], vget_high_s32(hi));
+          lo = hi = vdupq_n_s32(0);
+          in_run = 0;
+        }
+      }
+    }
+    return vcombine_s16(step64<Shape::kShift>(acc[0], acc[1]),
+                        step64<Shape::kShift>(acc[2], acc[3]));
+  }
+}
+
+// y[phi] holds phase phi's outputs of eight groups; dst receives them group
+// by group, phase by phase.
+template <int L>
+inline void store_interleaved(const int16x8_t *y, int16_t *dst) {
+  if constexpr (L == 1) {
+    vst1q_s16(dst, y[0]);
+  } else if constexpr (L == 2) {
+    vst2q_s16(dst, (int16x8x2_t{{y[0], y[1]}}));
+  } else if constexpr (L == 3) {
+    vst3q_s16(dst, (int16x8x3_t{{y[0], y[1], y[2]}}));
+  } else if constexpr (L == 4) {
+    vst4q_s16(dst, (int16x8x4_t{{y[0], y[1], y[2], y[3]}}));
+  } else {
+    int16_t lanes[L][8];
+    for (int phi = 0; phi < L; ++phi) vst1q_s16(lanes[phi], y[phi]);
+    for (int j = 0; j < 8; ++j)
+      for (int phi = 0; phi < L; ++phi) dst[j * L + phi] = lanes[phi][j];
+  }
+}
+
+template <class Shape, std::size_t... Phi>
+inline void batch_eight(const int16_t *span, int16_t *dst, std::index_sequence<Phi...>) {
+  // Every input of the batch is read before anything is stored.
+  const int16x8_t y[Shape::L] = {batch_phase<Shape, static_cast<int>(Phi)>(span)...};
+  store_interleaved<Shape::L>(y, dst);
+}
+
+struct NeonDot {
+  template <class Shape, int Taps>
+  static int64_t dot(const int16_t *x, const int16_t *w) {
+    static_assert(Taps % 4 == 0, "spans are padded to a multiple of 4");
+    constexpr int blocks = Taps / 4;
+    constexpr int run = lane_run_blocks<Shape>();
+    int64x2_t acc = vdupq_n_s64(0);
+    for (int b0 = 0; b0 < blocks; b0 += run) {
+      int32x4_t part = vmull_s16(vld1_s16(x + 4 * b0), vld1_s16(w + 4 * b0));
+      for (int b = b0 + 1; b < b0 + run && b < blocks; ++b)
+        part = vmlal_s16(part, vld1_s16(x + 4 * b), vld1_s16(w + 4 * b));
+      acc = vpadalq_s32(acc, part);
+    }
+    return vgetq_lane_s64(acc, 0) + vgetq_lane_s64(acc, 1);
+  }
+
+  template <class Shape>
+  static int32_t groups_at_once(const int16_t *in, int16_t *out, int32_t groups) {
+    if constexpr (batches_eight_groups<Shape>()) {
+      int32_t g = 0;
+      for (; g + 8 + batch_overread_groups<Shape>() <= groups; g += 8)
+        batch_eight<Shape>(in + static_cast<std::ptrdiff_t>(g) * Shape::M,
+                           out + static_cast<std::ptrdiff_t>(g) * Shape::L,
+                           std::make_index_sequence<Shape::L>{});
+      return g;
+    } else {
+      (void)in, (void)out, (void)groups;
+      return 0;
+    }
+  }
+
+  template <class Shape>
+  static void group(const int16_t *span, int16_t *dst) {
+    group_per_phase<Shape, NeonDot>(span, dst);
+  }
+
+  // Both sums stay in 32-bit lanes: the coefficients are sized for that, and
+  // lanes that wrap on the way still add up to the exact total.
+  static int64_t hq_dot(const int16_t *x, const int16_t *coef, uint32_t taps, uint32_t shift) {
+    int32x4_t hi0 = vdupq_n_s32(0), hi1 = hi0, lo0 = hi0, lo1 = hi0;
+    for (uint32_t t = 0; t < taps; t += 8) {
+      const int16x8_t xs = vld1q_s16(x + t);
+      const int16x8_t h = vld1q_s16(coef + t), l = vld1q_s16(coef + taps + t);
+      hi0 = vmlal_s16(hi0, vget_low_s16(xs), vget_low_s16(h));
+      hi1 = vmlal_s16(hi1, vget_high_s16(xs), vget_high_s16(h));
+      lo0 = vmlal_s16(lo0, vget_low_s16(xs), vget_low_s16(l));
+      lo1 = vmlal_s16(lo1, vget_high_s16(xs), vget_high_s16(l));
+    }
+    const int32_t hi = sum_lanes(vaddq_s32(hi0, hi1)), lo = sum_lanes(vaddq_s32(lo0, lo1));
+    return static_cast<int64_t>(hi) * (int64_t{1} << shift) + lo;
+  }
+};
+
+constexpr FirKernelSet kNeonSet = make_kernel_set<NeonDot>("neon");
+
+}  // namespace
+
+const FirKernelSet *fir_kernels_neon() {
+#if defined(__aarch64__)
+  return &kNeonSet;
+#else
+  return (getauxval(AT_HWCAP) & HWCAP_NEON) != 0 ? &kNeonSet : nullptr;
+#endif
+}
+
+}  // namespace rsmpl
+
+#else
+
+namespace rsmpl {
+const FirKernelSet *fir_kernels_neon() { return nullptr; }
+}  // namespace rsmpl
+
+#endif
