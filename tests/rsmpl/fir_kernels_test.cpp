@@ -8,6 +8,7 @@
 
 #include "rsmpl/fir_reference.h"
 #include "skelda/rsmpl_fir.h"
+#include "support/workload.h"
 
 namespace {
 
@@ -43,7 +44,7 @@ TEST(FirKernels, EveryBuildMatchesTheGeneralFormOnRandomAndExtremeInput) {
   for (const auto *set : runnable_sets()) {
     for (const auto &k : kernel_specs()) {
       for (Fill fill : {Fill::kRandom, Fill::kFullScale, Fill::kExtremes}) {
-        for (int n = 0; n <= 400; n += (n < 40 ? 1 : 7)) {
+        for (int n = 0; n <= 400; n += (n < 40 ? 1 : workload(7, 23))) {
           const auto buffer = make_signal(n + k.history, fill, rng);
           const auto want = general_form(k, buffer.data(), n);
           const int in_shift = n % 2, out_shift = (n / 2) % 2;
@@ -239,6 +240,92 @@ TEST(FirKernels, ExportedKernelsUseARunnableBuild) {
   std::vector<int16_t> out(400);
   UpsampleFIR1To2(buffer.data(), out.data(), 200);
   EXPECT_EQ(out, general_form(kernel_specs()[rsmpl::kFirUp2], buffer.data(), 200));
+}
+
+}  // namespace
+
+namespace {
+
+// The high-quality inner product of every build against a plain 64-bit sum.
+// Coefficients come as the resampler's design sizes them: each of the hi and
+// lo rows sums in magnitude to at most 65535, so neither 32-bit sum can
+// overflow. Inputs: random, full scale with the signs of the hi row (the
+// largest hi sum there is), and rows whose running sums pass 32 bits
+// before coming back (only the totals are promised to fit).
+enum class HqFill { kRandom, kLargestSum, kRunningSumsWrap };
+
+struct HqCase {
+  uint32_t taps, shift;
+  HqFill fill;
+};
+
+int64_t hq_reference(const std::vector<int16_t> &x, const std::vector<int16_t> &coef,
+                     uint32_t taps, uint32_t shift) {
+  int64_t hi = 0, lo = 0;
+  for (uint32_t t = 0; t < taps; ++t) {
+    hi += int64_t{x[t]} * coef[t];
+    lo += int64_t{x[t]} * coef[taps + t];
+  }
+  return hi * (int64_t{1} << shift) + lo;
+}
+
+// A row of `taps` coefficients of random signs whose magnitudes sum to at
+// most 65535.
+std::vector<int16_t> hq_row(uint32_t taps, std::mt19937 &rng) {
+  std::uniform_int_distribution<int> any(-32767, 32767);
+  std::vector<int64_t> raw(taps);
+  int64_t total = 0;
+  for (auto &c : raw) total += std::abs(c = any(rng));
+  std::vector<int16_t> row(taps);
+  for (uint32_t t = 0; t < taps; ++t) row[t] = static_cast<int16_t>(raw[t] * 65535 / std::max<int64_t>(total, 65535));
+  return row;
+}
+
+TEST(HqDot, EveryBuildMatchesThePlainSum) {
+  const HqCase cases[] = {
+      {16, 1, HqFill::kRandom},          {32, 9, HqFill::kRandom},
+      {48, 13, HqFill::kRandom},         {208, 4, HqFill::kRandom},
+      {16, 1, HqFill::kLargestSum},      {64, 10, HqFill::kLargestSum},
+      {1024, 6, HqFill::kLargestSum},    {16, 12, HqFill::kRunningSumsWrap},
+      {64, 10, HqFill::kRunningSumsWrap}, {256, 8, HqFill::kRunningSumsWrap},
+  };
+  std::mt19937 rng(42);
+  std::uniform_int_distribution<int> sample(-32768, 32767);
+  for (const auto *set : runnable_sets()) {
+    for (const HqCase &c : cases) {
+      for (int round = 0; round < workload(20, 5); ++round) {
+        std::vector<int16_t> x(c.taps + 1), coef(2 * c.taps);
+        const auto hi = hq_row(c.taps, rng), lo = hq_row(c.taps, rng);
+        std::copy(hi.begin(), hi.end(), coef.begin());
+        std::copy(lo.begin(), lo.end(), coef.begin() + c.taps);
+        for (uint32_t t = 0; t < c.taps; ++t) {
+          if (c.fill == HqFill::kRandom) {
+            x[t] = static_cast<int16_t>(sample(rng));
+          } else if (c.fill == HqFill::kLargestSum) {
+            x[t] = hi[t] < 0 ? -32768 : 32767;
+          } else if (t < c.taps / 2) {
+            // Tap t and its mirror carry the same large weight against
+            // opposite full-scale samples: the totals are zero, while
+            // running sums, in whatever lanes a build keeps them, leave 32
+            // bits on the way.
+            const int m = 16384 + (sample(rng) & 0x3FFF);
+            const int16_t w = static_cast<int16_t>(sample(rng) & 1 ? m : -m);
+            const uint32_t mirror = c.taps - 1 - t;
+            coef[t] = coef[mirror] = coef[c.taps + t] = coef[c.taps + mirror] = w;
+            x[t] = w < 0 ? -32767 : 32767;
+            x[mirror] = static_cast<int16_t>(-x[t]);
+          }
+        }
+        // Odd alignment: the resampler's delay lines start anywhere.
+        const int16_t *at = x.data() + round % 2;
+        if (round % 2) std::copy_backward(x.begin(), x.end() - 1, x.end());
+        const std::vector<int16_t> shown(at, at + c.taps);
+        ASSERT_EQ(set->hq_dot(at, coef.data(), c.taps, c.shift), hq_reference(shown, coef, c.taps, c.shift))
+            << set->name << " taps=" << c.taps << " shift=" << c.shift << " fill=" << int(c.fill)
+            << " round=" << round;
+      }
+    }
+  }
 }
 
 }  // namespace
