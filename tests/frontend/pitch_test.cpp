@@ -14,6 +14,8 @@ TEST_F(ConverterTest, FrameCountsRoundAsDocumented) {
       {0x80000, 0, 0, 0},    {0x80000, 1234, 1234, 1234}, {570654, 480, 441, 522},
       {570654, 441, 405, 480}, {0x300000, 6, 1, 36},      {0x300000, 1, 0, 6},
       {0x300000, 3, 1, 18},  {12345, 0, 0, 0},
+      // Products of frames and pitch past 32 bits, as on 32-bit targets.
+      {0x300000, 2048, 341, 12288}, {0x300000, 16384, 2731, 98304},
   };
   for (const auto &c : cases) {
     SCOPED_TRACE(c.frames);
