@@ -1,18 +1,44 @@
 #!/usr/bin/env python3
-"""Measures the conversion quality of every skelda path and of the peers a
-user would choose, all driven through alsa-lib with aplay (the sinc
-interpolator, which the plugin does not use, through skelda_convert).
+"""Measures what a listener meets from each rate converter: every converter
+runs inside alsa-lib's `rate` plugin, driven by aplay into a `type file` PCM
+over `null`, and the 16-bit file it writes is analysed. The engine's sinc
+interpolator, which no plugin uses, runs through skelda_convert instead and
+is marked "offline".
 
-For each path: passband ripple, alias/image rejection, and SNR and THD+N of a
-997 Hz tone at -1 dBFS. Draws one frequency-response plot per rate pair as PNG and prints
-a Markdown table.
+Measurements (one Markdown table each, rows per converter):
+  1. THD+N of -1 dBFS tones at 997 Hz, 6000 Hz and 0.4 x the lower rate: the
+     tone's frequency, amplitude, phase and DC are least-squares fitted
+     (Gauss-Newton from the FFT peak) and everything else counts as
+     distortion and noise, over the whole output band; the first and last
+     50 ms of each tone are left out.
+  2. Period sizes forced with `aplay --period-size=N`: the output frame count
+     against what the period sizes imply, THD+N of 997 Hz, its worst short
+     window, and the windows on the output period boundaries against their
+     neighbours, which show a seam between periods.
+  3. Passband: largest deviation from 0 dB of -6 dBFS stepped sines up to
+     0.45 x the lower rate. Image/alias rejection: the strongest image or
+     alias, relative to the tone, among the components that an ideal
+     converter removes (those at or above 0.55 x the lower rate before the
+     output's sampling folds them): the aliases of tones at or above
+     0.55 x the lower rate and the images of the passband tones.
+  4. Group delay: cross-correlation of a band-limited pulse with the
+     output, to a sixteenth of an output sample.
+An "ideal, 16-bit" row runs the same analysis on the exact output rounded
+to 16 bits: the floor of each measurement.
+Plots: out_dir/response_<in>_<out>.png, every converter over each other.
 
     python3 tools/quality_report.py BUILD_DIR OUT_DIR
 """
+import concurrent.futures
+import ctypes
+import math
 import os
+import re
+import shutil
 import subprocess
 import sys
 import tempfile
+import time
 import wave
 
 import numpy as np
@@ -22,58 +48,111 @@ import matplotlib
 matplotlib.use("Agg")
 import matplotlib.pyplot as plt  # noqa: E402
 
-SEGMENT_SECONDS = 0.25
-TONE_AMPLITUDE = 0.5 * 32767          # -6 dBFS for the stepped sines
-THD_AMPLITUDE = 10 ** (-1 / 20) * 32767  # -1 dBFS for the THD+N tone
-THD_SECONDS = 1.0
-# Not a divisor of any rate, so quantisation error does not fold onto its
-# harmonics.
-THD_TONE = 997.0
-
-# (label, converter or "sinc", input rate, output rate)
-PATHS = [
-    ("skelda linear", "skelda", 44100, 48000),
-    ("skelda linear", "skelda", 48000, 44100),
-    ("skelda FIR x2", "skelda", 24000, 48000),
-    ("skelda FIR /2", "skelda", 48000, 24000),
-    ("skelda FIR x3", "skelda", 16000, 48000),
-    ("skelda FIR /3", "skelda", 48000, 16000),
-    ("skelda FIR x6", "skelda", 8000, 48000),
-    ("skelda FIR /6", "skelda", 48000, 8000),
-    ("skelda sinc", "sinc", 44100, 48000),
-    ("skelda sinc", "sinc", 48000, 44100),
-    ("skelda sinc", "sinc", 16000, 48000),
-    ("skelda sinc", "sinc", 48000, 16000),
-    ("skelda sinc", "sinc", 8000, 48000),
-    ("skelda sinc", "sinc", 48000, 8000),
+# (label, converter name for alsa-lib, or "sinc" for skelda_convert --sinc)
+CONVERTERS = [
+    ("skelda_hq", "skelda_hq"),
+    ("skelda", "skelda"),
+    ("speexrate", "speexrate"),
+    ("samplerate", "samplerate"),
+    ("alsa linear", "linear"),
+    ("skelda sinc (offline)", "sinc"),
 ]
-PEERS = ["speexrate", "samplerate", "linear"]
-PEER_PAIRS = [(44100, 48000), (48000, 44100), (16000, 48000), (48000, 16000), (48000, 8000)]
-for peer in PEERS:
-    for pair in PEER_PAIRS:
-        PATHS.append((f"alsa {peer}" if peer == "linear" else peer, peer, *pair))
+PAIRS = [(44100, 48000), (48000, 44100), (32000, 48000), (22050, 48000),
+         (96000, 44100), (48000, 16000)]
+# Period-size runs: the same pairs and a factor-2 FIR pair.
+PERIOD_PAIRS = PAIRS + [(48000, 24000)]
+PERIOD_SIZES = [1024, 1000, 441]
+PERIOD_CONVERTERS = ["skelda_hq", "skelda", "alsa linear"]
+
+FULL_SCALE = 32767.0
+THD_AMPLITUDE = 10 ** (-1 / 20) * FULL_SCALE   # -1 dBFS
+STEP_AMPLITUDE = 0.5 * FULL_SCALE              # -6 dBFS stepped sines
+PULSE_AMPLITUDE = 0.5 * FULL_SCALE
+THD_SECONDS = 0.6        # each THD+N tone; 0.5 s of it is analysed
+STEP_SECONDS = 0.2       # each stepped sine; 0.1 s of it is analysed
+PULSE_SECONDS = 0.2      # the group-delay pulse sits in the middle of this
+PERIOD_RUN_SECONDS = 1.0
+EDGE_SECONDS = 0.05      # left out at both ends of every tone (warm-up)
+FADE_SECONDS = 0.002
+SEAM_WINDOW_SECONDS = 0.002  # at most a third of an output period
+SEAM_MARGIN_DB = 6.0     # windows on period boundaries this much worse: a seam
+PASS_EDGE = 0.45         # x the lower rate
+STOP_EDGE = 0.55
+HQ_ENTRY = "_snd_pcm_rate_skelda_hq_open"
+IDEAL = "ideal, 16-bit (floor)"
 
 
-def tone_frequencies(rate):
-    """Stepped-sine grid from 50 Hz to just below the input's Nyquist."""
-    nyquist = rate / 2
-    return np.concatenate([np.geomspace(50, 0.3 * nyquist, 18, endpoint=False),
-                           np.linspace(0.3 * nyquist, 0.98 * nyquist, 40)])
+def log(message):
+    print(message, file=sys.stderr, flush=True)
 
 
-def test_signal(rate):
-    """Stepped sines, then the THD+N tone; returns samples and the layout."""
-    seg = int(SEGMENT_SECONDS * rate)
-    t = np.arange(seg) / rate
-    parts, layout = [], []
-    for f in tone_frequencies(rate):
-        layout.append((f, len(parts) * seg / rate))
-        parts.append(TONE_AMPLITUDE * np.sin(2 * np.pi * f * t))
-    thd_start = len(parts) * seg / rate
-    tt = np.arange(int(THD_SECONDS * rate)) / rate
-    parts.append(THD_AMPLITUDE * np.sin(2 * np.pi * THD_TONE * tt))
-    parts.append(np.zeros(seg))  # room for the converters' delay
-    return np.round(np.concatenate(parts)).astype(np.int16), layout, thd_start
+# ---------------------------------------------------------------- signals
+
+def fade(tau, length):
+    """Raised-cosine ramps of FADE_SECONDS at both ends of a segment."""
+    ramp = np.minimum(np.minimum(tau, length - tau) / FADE_SECONDS, 1.0)
+    return 0.5 - 0.5 * np.cos(np.pi * np.clip(ramp, 0.0, 1.0))
+
+
+def pulse(t, cutoff):
+    """A band-limited pulse: sinc with its first zero at 1/(2 cutoff),
+    Hann-windowed to +-5 ms, peak 1 at t = 0."""
+    half = 0.005
+    w = np.where(np.abs(t) < half, 0.5 + 0.5 * np.cos(np.pi * t / half), 0.0)
+    return np.sinc(2 * cutoff * t) * w
+
+
+def pair_tones(in_rate, out_rate):
+    low = min(in_rate, out_rate)
+    thd = [997.0, 6000.0, 0.4 * low]
+    passband = list(np.geomspace(50, 0.1 * low, 7, endpoint=False)) + \
+        list(np.linspace(0.1 * low, PASS_EDGE * low, 22))
+    transition = [0.46 * low, 0.47 * low, 0.48 * low, 0.49 * low]
+    stop = []
+    if STOP_EDGE * low < 0.49 * in_rate:      # aliases (downsampling only)
+        stop = list(np.linspace(STOP_EDGE * low, 0.49 * in_rate, 10))
+    # Stepped sines a little off round fractions of the rates: the 16-bit
+    # rounding error of a tone whose period is a few samples is periodic
+    # too, and its lines would pass for images.
+    def off_round(freqs):
+        return [np.floor(f) + 0.382 for f in freqs]
+    return thd, off_round(passband), off_round(transition), off_round(stop)
+
+
+def pair_layout(in_rate, out_rate):
+    """Pulse, THD+N tones, stepped sines: a list of (kind, frequency,
+    start s, length s, amplitude), each a whole number of input frames."""
+    thd, passband, transition, stop = pair_tones(in_rate, out_rate)
+    low = min(in_rate, out_rate)
+    layout = [("pulse", 0.4 * low, 0.0, round(PULSE_SECONDS * in_rate) / in_rate,
+               PULSE_AMPLITUDE)]
+    at = layout[0][3]
+    segments = [("thd", f, THD_SECONDS, THD_AMPLITUDE) for f in thd] + \
+        [("pass", f, STEP_SECONDS, STEP_AMPLITUDE) for f in passband] + \
+        [("transition", f, STEP_SECONDS, STEP_AMPLITUDE) for f in transition] + \
+        [("stop", f, STEP_SECONDS, STEP_AMPLITUDE) for f in stop]
+    for kind, f, seconds, amplitude in segments:
+        length = round(seconds * in_rate) / in_rate
+        layout.append((kind, f, at, length, amplitude))
+        at += length
+    return layout
+
+
+def render(layout, rate, keep_below=None):
+    """The layout sampled at `rate` and rounded to 16 bits, with 0.2 s of
+    silence after it. keep_below: drop tones at or above this frequency (an
+    ideal converter's output)."""
+    total = layout[-1][2] + layout[-1][3] + 0.2
+    t = np.arange(int(round(total * rate))) / rate
+    x = np.zeros(len(t))
+    for kind, f, start, length, amplitude in layout:
+        inside = (t >= start - 1e-12) & (t < start + length - 1e-12)
+        tau = t[inside] - start
+        if kind == "pulse":
+            x[inside] += amplitude * pulse(tau - length / 2, f)
+        elif keep_below is None or f < keep_below:
+            x[inside] += amplitude * np.sin(2 * np.pi * f * tau) * fade(tau, length)
+    return np.round(x).astype(np.int16)
 
 
 def write_wav(path, samples, rate):
@@ -84,150 +163,542 @@ def write_wav(path, samples, rate):
         w.writeframes(samples.tobytes())
 
 
-def convert(build, plugins, converter, src, in_rate, out_rate, work):
-    out = os.path.join(work, "out.raw")
-    if converter == "sinc":
-        wav = os.path.join(work, "sinc.wav")
-        subprocess.run([os.path.join(build, "tools", "skelda_convert"), "-q", "--sinc",
-                        "-r", str(out_rate), src, wav], check=True, stdout=subprocess.DEVNULL)
-        with wave.open(wav) as w:
-            return np.frombuffer(w.readframes(w.getnframes()), dtype=np.int16).astype(float)
-    conf = os.path.join(work, "measure.conf")
-    with open(conf, "w") as f:
-        f.write(f'pcm.measured {{ type rate converter "{converter}" slave {{ pcm {{ type file '
-                f'slave.pcm "null" file "{out}" format "raw" }} rate {out_rate} }} }}\n')
-    env = dict(os.environ, ALSA_PLUGIN_DIR=plugins,
-               ALSA_CONFIG_PATH=f"/usr/share/alsa/alsa.conf:{conf}")
-    subprocess.run(["aplay", "-q", "-D", "measured", src], check=True, env=env)
-    return np.fromfile(out, dtype=np.int16).astype(float)
+# ------------------------------------------------------------- conversion
+
+class Runner:
+    def __init__(self, build, work):
+        self.build, self.work = build, work
+        self.plugins = os.path.join(work, "plugins")
+        os.mkdir(self.plugins)
+        system_dir = subprocess.run(["pkg-config", "--variable=libdir", "alsa"], check=True,
+                                    capture_output=True, text=True).stdout.strip() + "/alsa-lib"
+        for name in os.listdir(system_dir):
+            os.symlink(os.path.join(system_dir, name), os.path.join(self.plugins, name))
+        for module in ("skelda", "skelda_hq"):
+            name = f"libasound_module_rate_{module}.so"
+            if os.path.exists(os.path.join(build, name)):
+                os.symlink(os.path.join(build, name), os.path.join(self.plugins, name))
+
+    def convert(self, converter, src, out_rate, period=None):
+        """Output samples and, through aplay, the (client, slave) period
+        sizes; None and the reason when the converter refuses."""
+        job = tempfile.mkdtemp(dir=self.work, prefix="job")
+        try:
+            if converter == "sinc":
+                wav = os.path.join(job, "out.wav")
+                run = subprocess.run([os.path.join(self.build, "tools", "skelda_convert"), "-q",
+                                      "--sinc", "-r", str(out_rate), src, wav],
+                                     capture_output=True, text=True)
+                if run.returncode != 0:
+                    return None, None, run.stderr.strip().splitlines()[-1:]
+                with wave.open(wav) as w:
+                    y = np.frombuffer(w.readframes(w.getnframes()), dtype=np.int16)
+                return y.astype(float), None, None
+            out = os.path.join(job, "out.raw")
+            conf = os.path.join(job, "measure.conf")
+            with open(conf, "w") as f:
+                f.write(f'pcm.measured {{ type rate converter "{converter}" slave {{ pcm {{ '
+                        f'type file slave.pcm "null" file "{out}" format "raw" }} '
+                        f'rate {out_rate} }} }}\n')
+            env = dict(os.environ, ALSA_PLUGIN_DIR=self.plugins,
+                       ALSA_CONFIG_PATH=f"/usr/share/alsa/alsa.conf:{conf}")
+            cmd = ["aplay", "-v", "-D", "measured"]
+            if period:
+                cmd.append(f"--period-size={period}")
+            run = subprocess.run(cmd + [src], capture_output=True, text=True, env=env)
+            if run.returncode != 0 or not os.path.exists(out):
+                return None, None, run.stderr.strip().splitlines()[-1:]
+            # aplay -v dumps the client's setup, then the slave's.
+            sizes = [int(v) for v in re.findall(r"period_size\s*:\s*(\d+)",
+                                                run.stdout + run.stderr)]
+            periods = (sizes[0], sizes[1]) if len(sizes) >= 2 else None
+            return np.fromfile(out, dtype=np.int16).astype(float), periods, None
+        finally:
+            shutil.rmtree(job, ignore_errors=True)
 
 
-def tone_frequency(y, f, rate):
-    """The frequency of the strongest component within 1% of f. alsa-lib's
-    rate plugin rounds its period sizes, which can shift the pitch of every
-    converter by a few hundredths of a percent; fitting at the nominal
-    frequency would count that as noise."""
+def hq_available(build):
+    path = os.path.join(build, "libasound_module_rate_skelda_hq.so")
+    if not os.path.exists(path):
+        return False
+    try:
+        return hasattr(ctypes.CDLL(path), HQ_ENTRY)
+    except OSError:
+        return False
+
+
+def supports(converter, in_rate, out_rate):
+    # The plain skelda module announces 8000-48000 Hz only.
+    if converter == "skelda":
+        return all(8000 <= r <= 48000 for r in (in_rate, out_rate))
+    return True
+
+
+# --------------------------------------------------------------- analysis
+
+def peak_frequency(y, rate, f, tolerance):
+    """The strongest FFT peak within `tolerance` Hz of f, refined by a
+    parabola through the log magnitudes."""
     n = len(y)
-    pad = 1 << int(np.ceil(np.log2(n * 8)))
-    spectrum = np.abs(np.fft.rfft((y - y.mean()) * np.hanning(n), pad))
+    pad = 1 << int(np.ceil(np.log2(n * 4)))
+    magnitudes = np.abs(np.fft.rfft((y - y.mean()) * np.hanning(n), pad))
     bins = np.fft.rfftfreq(pad, 1 / rate)
-    near = np.where(np.abs(bins - f) <= 0.01 * f + 2 * rate / pad)[0]
-    k = near[np.argmax(spectrum[near])]
-    if 0 < k < len(spectrum) - 1:  # parabolic interpolation of the peak
-        a, b, c = np.log(spectrum[k - 1:k + 2] + 1e-30)
+    near = np.where(np.abs(bins - f) <= tolerance + 2 * rate / pad)[0]
+    k = near[np.argmax(magnitudes[near])]
+    if 0 < k < len(magnitudes) - 1:
+        a, b, c = np.log(magnitudes[k - 1:k + 2] + 1e-30)
         k = k + 0.5 * (a - c) / (a - 2 * b + c)
     return k * rate / pad
 
 
-def fit_tone(y, f, rate):
-    """Least-squares amplitude of the sine near f (with DC) and the residual."""
-    f = tone_frequency(y, f, rate)
-    t = np.arange(len(y)) / rate
-    basis = np.stack([np.sin(2 * np.pi * f * t), np.cos(2 * np.pi * f * t), np.ones_like(t)], 1)
-    coef, *_ = np.linalg.lstsq(basis, y, rcond=None)
-    fitted = basis @ coef
-    return np.hypot(coef[0], coef[1]), y - fitted
+def fit_sine(y, rate, f, tolerance=None):
+    """Least-squares fit of a sin + b cos + d with the frequency free:
+    starts at the FFT peak near f and takes Gauss-Newton steps on all four
+    parameters. Returns frequency, amplitude and the residual."""
+    if tolerance is None:
+        tolerance = 0.01 * f
+    f = peak_frequency(y, rate, f, tolerance)
+    n = len(y)
+    t = (np.arange(n) - (n - 1) / 2) / rate     # centred: better conditioned
+    w = 2 * np.pi * f
+    s, c = np.sin(w * t), np.cos(w * t)
+    ones = np.ones(n)
+    coef = np.linalg.lstsq(np.stack([s, c, ones], 1), y, rcond=None)[0]
+    for _ in range(8):
+        a, b, d = coef
+        model = a * s + b * c + d
+        jacobian = np.stack([s, c, ones, t * (a * c - b * s)], 1)
+        step = np.linalg.lstsq(jacobian, y - model, rcond=None)[0]
+        coef = coef + step[:3]
+        w += step[3]
+        s, c = np.sin(w * t), np.cos(w * t)
+        if abs(step[3]) < 1e-9 * w:
+            break
+    coef = np.linalg.lstsq(np.stack([s, c, ones], 1), y, rcond=None)[0]
+    residual = y - (coef[0] * s + coef[1] * c + coef[2])
+    return w / (2 * np.pi), math.hypot(coef[0], coef[1]), residual
 
 
-def middle(y, start, seconds, rate):
-    a = int((start + 0.2 * seconds) * rate)
-    b = int((start + 0.8 * seconds) * rate)
-    return y[a:b]
+def thdn_db(amplitude, residual):
+    return 10 * np.log10(max(np.mean(residual ** 2), 1e-20) / (amplitude ** 2 / 2))
 
 
-def measure(y, layout, thd_start, in_rate, out_rate):
+def line_amplitudes(x, rate):
+    """Sine amplitudes seen through a 4-term Blackman-Harris window
+    (sidelobes at -92 dB), zero-padded four times."""
+    n = len(x)
+    k = np.arange(n) / n
+    w = (0.35875 - 0.48829 * np.cos(2 * np.pi * k) + 0.14128 * np.cos(4 * np.pi * k)
+         - 0.01168 * np.cos(6 * np.pi * k))
+    pad = 1 << int(np.ceil(np.log2(n * 4)))
+    return (np.fft.rfftfreq(pad, 1 / rate),
+            2 * np.abs(np.fft.rfft((x - x.mean()) * w, pad)) / w.sum())
+
+
+def fold(f, rate):
+    f = np.mod(f, rate)
+    return np.minimum(f, rate - f)
+
+
+def strongest_spur(x, rate, in_rate, f, scale, tone_out, low):
+    """The strongest image or alias of an input tone f: components at
+    k in_rate +- f (k >= 1; and f itself when it is at or above the
+    stopband edge) as the output's sampling folds them. `scale` maps input
+    frequencies to the output's nominal frequency axis."""
+    bins, magnitudes = line_amplitudes(x, rate)
+    # The frequencies are known to well under a bin: search one bin either
+    # way (a line 4 bins away leaks below -92 dB through the window).
+    near = rate / len(x) + 1.0
+    lobe = 4 * rate / len(x) + 5.0          # Blackman-Harris main lobe + slack
+    candidates = [f] if f >= STOP_EDGE * low else []
+    for k in range(1, 7):
+        candidates += [k * in_rate - f, k * in_rate + f]
+    best = None        # every image folds onto the tone itself: nothing to tell
+    for cand in candidates:
+        g = fold(cand * scale, rate)
+        if g < 20 + lobe or (tone_out is not None and abs(g - tone_out) < lobe):
+            continue
+        sel = np.abs(bins - g) <= near
+        if sel.any():
+            best = max(best or 0.0, magnitudes[sel].max())
+    return best
+
+
+def output_span(start, length, delay, scale, out_rate, n):
+    """Output sample range of input seconds [start + edge, start + length -
+    edge], shifted by the converter's delay."""
+    eff = out_rate / scale   # output frames per input second
+    a = int(round((start + EDGE_SECONDS + delay) * eff))
+    b = int(round((start + length - EDGE_SECONDS + delay) * eff))
+    return max(a, 0), min(b, n)
+
+
+def measure_delay(y, out_rate, scale, layout_pulse):
+    """Group delay in seconds: where the pulse's cross-correlation with the
+    output peaks, to 1/16 output sample."""
+    _, cutoff, start, length, amplitude = layout_pulse
+    eff = out_rate / scale   # output frames per input second
+    n = int(length * eff)
+    seg = y[:n]
+    t = np.arange(n) / eff - (start + length / 2)
+    ref = amplitude * pulse(t, cutoff)
+    size = 1 << int(np.ceil(np.log2(2 * n)))
+    cross = np.fft.rfft(seg, size) * np.conj(np.fft.rfft(ref, size))
+    up = 16
+    corr = np.fft.irfft(cross, size * up)
+    corr = np.concatenate([corr[-(size * up) // 2:], corr[:(size * up) // 2]])
+    k = int(np.argmax(corr))
+    if 0 < k < len(corr) - 1:
+        a, b, c = corr[k - 1:k + 2]
+        k = k + 0.5 * (a - c) / (a - 2 * b + c)
+    lag = (k - (size * up) // 2) / up
+    return lag / eff
+
+
+def analyse_pair_run(y, layout, in_rate, out_rate):
     low = min(in_rate, out_rate)
-    freqs, gains, spurs = [], [], []
-    for f, start in layout:
-        seg = middle(y, start, SEGMENT_SECONDS, out_rate)
-        power_in = TONE_AMPLITUDE ** 2 / 2
-        if f < 0.49 * out_rate:
-            amplitude, residual = fit_tone(seg, f, out_rate)
-            gains.append(20 * np.log10(max(amplitude, 1e-9) / TONE_AMPLITUDE))
+    thd_rows = [entry for entry in layout if entry[0] == "thd"]
+    # The 997 Hz tone gives the stream's real ratio (alsa-lib's period
+    # rounding can move it by hundredths of a percent).
+    kind, f997, start, length, amplitude = thd_rows[0]
+    a, b = output_span(start, length, 0.0, 1.0, out_rate, len(y))
+    fitted, _, _ = fit_sine(y[a:b], out_rate, f997)
+    scale = fitted / f997
+    delay = measure_delay(y, out_rate, scale, layout[0])
+    result = {"delay_ms": 1000 * delay, "thdn": [], "gain": [], "spur": []}
+    for kind, f, start, length, amplitude in layout[1:]:
+        a, b = output_span(start, length, delay, scale, out_rate, len(y))
+        seg = y[a:b]
+        tone_out = f * scale if f * scale < 0.5 * out_rate else None
+        if tone_out is not None:
+            fo, amp, residual = fit_sine(seg, out_rate, tone_out, 0.002 * tone_out + 2)
         else:
-            residual = seg - seg.mean()
-            gains.append(np.nan)
-        spurs.append(10 * np.log10(max(np.mean(residual ** 2), 1e-12) / power_in))
-        freqs.append(f)
-    freqs, gains, spurs = map(np.array, (freqs, gains, spurs))
-    passband = freqs <= 0.4 * low
-    ripple = np.nanmax(gains[passband]) - np.nanmin(gains[passband])
-    if out_rate < in_rate:   # aliases: tones 20% or more above the output's Nyquist
-        stop = freqs >= 0.6 * out_rate
-    else:                    # images and noise around passband tones
-        stop = passband
-    # 48000 -> 44100 has no input tone that far up: no figure.
-    rejection = -np.max(spurs[stop]) if stop.any() else np.nan
+            fo, amp, residual = None, 0.0, seg - seg.mean()
+        if kind == "thd":
+            result["thdn"].append((f, thdn_db(amp, residual)))
+            continue
+        gain = 20 * np.log10(max(amp, 1e-9) / amplitude) if tone_out is not None else np.nan
+        spur = strongest_spur(residual, out_rate, in_rate, f, scale, fo, low)
+        result["gain"].append((kind, f, gain))
+        # An output of digital silence gives no floor: shown as -200 dB.
+        level = np.nan if spur is None else 20 * np.log10(max(spur, 1e-10 * amplitude) / amplitude)
+        result["spur"].append((kind, f, level))
+    gains = [(abs(g), f) for kind, f, g in result["gain"] if kind == "pass"]
+    result["passband_dev"] = max(gains)
+    # Components an ideal converter removes: images of passband tones,
+    # aliases of stopband tones.
+    stop = [s for kind, f, s in result["spur"] if kind in ("pass", "stop") and not np.isnan(s)]
+    result["rejection"] = -max(stop) if stop else np.nan
+    return result
 
-    seg = middle(y, thd_start, THD_SECONDS, out_rate)
-    amplitude, residual = fit_tone(seg, THD_TONE, out_rate)
-    signal_power = amplitude ** 2 / 2
-    thdn = 10 * np.log10(max(np.mean(residual ** 2), 1e-12) / signal_power)
-    # SNR leaves out the harmonics of the tone.
-    spectrum = np.abs(np.fft.rfft(residual * np.hanning(len(residual)))) ** 2
-    bins = np.fft.rfftfreq(len(residual), 1 / out_rate)
-    keep = np.ones_like(bins, dtype=bool)
-    for h in range(2, 10):
-        keep &= np.abs(bins - THD_TONE * h) > 20
-    keep &= bins > 20
-    noise_fraction = spectrum[keep].sum() / max(spectrum[bins > 20].sum(), 1e-30)
-    snr = -(thdn + 10 * np.log10(max(noise_fraction, 1e-12)))
-    return freqs, gains, spurs, ripple, rejection, snr, -thdn
+
+def analyse_period_run(y, in_rate, out_rate, n_in, out_period):
+    """THD+N of the 997 Hz tone over the whole run, and over short windows
+    each fitted on its own (amplitude, phase and DC at the run's frequency):
+    the worst window anywhere, and the median over the output period
+    boundaries of the window centred on the boundary against the windows
+    just before and after it. A seam (a click, a gap, a jump of phase where
+    one period meets the next) makes the centred window worse than its
+    neighbours; a converter whose error merely varies along the period
+    does not."""
+    a = int(EDGE_SECONDS * out_rate)
+    b = min(int((n_in / in_rate - EDGE_SECONDS) * out_rate), len(y))
+    seg = y[a:b]
+    f, amp, residual = fit_sine(seg, out_rate, 997.0)
+    signal = amp ** 2 / 2
+    window = int(round(SEAM_WINDOW_SECONDS * out_rate))
+    if out_period:
+        window = max(16, min(window, out_period // 3))
+    t = np.arange(len(seg)) / out_rate
+    basis = np.stack([np.sin(2 * np.pi * f * t), np.cos(2 * np.pi * f * t), np.ones(len(t))], 1)
+
+    def local_db(start):
+        inside = slice(start, start + window)
+        coef = np.linalg.lstsq(basis[inside], seg[inside], rcond=None)[0]
+        local = seg[inside] - basis[inside] @ coef
+        return 10 * np.log10(max(np.mean(local ** 2), 1e-20) / signal)
+
+    worst = max(local_db(i) for i in range(0, len(seg) - window + 1, max(1, window // 2)))
+    seam = None
+    if out_period:
+        across, beside = [], []
+        # Boundaries lie before output frames that are multiples of the period.
+        for boundary in range(a + (-a) % out_period, b, out_period):
+            centre = boundary - a - window // 2
+            if centre - window < 0 or centre + 2 * window > len(seg):
+                continue
+            across.append(local_db(centre))
+            beside.append(0.5 * (local_db(centre - window) + local_db(centre + window)))
+        if across:
+            seam = (float(np.median(across)), float(np.median(beside)))
+    return thdn_db(amp, residual), worst, seam
+
+
+# ------------------------------------------------------------------ plots
+
+# Colour, line style and width per converter: skelda's linear path and
+# alsa-lib's give the same curves, so one is drawn dashed over the other.
+STYLES = {"skelda_hq": ("tab:red", "-", 2.2), "skelda": ("tab:orange", "-", 3.0),
+          "speexrate": ("tab:blue", "-", 1.4), "samplerate": ("tab:green", "-", 1.4),
+          "alsa linear": ("black", "--", 1.2),
+          "skelda sinc (offline)": ("tab:purple", ":", 1.8),
+          IDEAL: ("tab:cyan", "-", 0.8)}
+
+
+def plot_pair(in_rate, out_rate, results, path):
+    low = min(in_rate, out_rate)
+    fig, (wide, zoom, spur) = plt.subplots(3, 1, figsize=(11, 11),
+                                           height_ratios=[1, 1, 1.3])
+    for label, result in results:
+        colour, style, width = STYLES.get(label, (None, "-", 1.4))
+        look = dict(color=colour, linestyle=style, linewidth=width, marker=".",
+                    markersize=4, label=label)
+        gains = [(f, g) for kind, f, g in result["gain"] if kind in ("pass", "transition")]
+        fx = np.array([f for f, g in gains]) / 1000
+        gy = np.array([g for f, g in gains])
+        wide.plot(fx, gy, **look)
+        zoom.plot(fx, gy, **dict(look, label="_"))
+        # A gap in the line where the tones jump from the passband to the
+        # stopband.
+        sx = [f / 1000 for kind, f, level in result["spur"]]
+        sy = [level for kind, f, level in result["spur"]]
+        stop_from = [i for i, (kind, f, level) in enumerate(result["spur"]) if kind == "stop"]
+        if stop_from and stop_from[0] > 0:
+            sx.insert(stop_from[0], np.nan)
+            sy.insert(stop_from[0], np.nan)
+        sx, sy = np.array(sx), np.array(sy)
+        spur.plot(sx, np.maximum(sy, -138), **dict(look, label="_"))
+    fig.suptitle(f"{in_rate} Hz -> {out_rate} Hz through alsa-lib's rate plugin", fontsize=13)
+    wide.set_title("gain of -6 dBFS sines")
+    wide.set_ylim(-10, 1)
+    zoom.set_title("the same, zoomed to +-0.5 dB")
+    zoom.set_ylim(-0.5, 0.5)
+    for axis in (wide, zoom):
+        axis.set_xlim(0, 0.5 * low / 1000)
+        axis.set_ylabel("gain (dB)")
+        axis.axvline(PASS_EDGE * low / 1000, color="grey", linestyle=":", linewidth=1)
+        axis.text(PASS_EDGE * low / 1000, axis.get_ylim()[1], "0.45 x lower rate ",
+                  fontsize=8, ha="right", va="top", color="dimgrey")
+    spur.set_title("strongest image or alias of each tone, in the output (dB re the tone; "
+                   "-138: nothing measurable)")
+    spur.set_ylabel("dB re tone")
+    spur.set_ylim(-140, 5)
+    spur.set_xlim(0, 0.5 * in_rate / 1000)
+    if STOP_EDGE * low < 0.5 * in_rate:
+        spur.axvline(STOP_EDGE * low / 1000, color="grey", linestyle=":", linewidth=1)
+        spur.text(STOP_EDGE * low / 1000, 3, " 0.55 x lower rate", fontsize=8, va="top",
+                  color="dimgrey")
+    for axis in (wide, zoom, spur):
+        axis.set_xlabel("input tone frequency (kHz)")
+        axis.grid(True, alpha=0.3)
+    fig.legend(loc="upper right", bbox_to_anchor=(0.99, 0.97), fontsize=9, title="converter")
+    fig.tight_layout(rect=(0, 0, 0.80, 0.97))
+    fig.savefig(path, dpi=90)
+    plt.close(fig)
+
+
+# ----------------------------------------------------------------- tables
+
+def pair_name(pair):
+    return f"{pair[0]} -> {pair[1]}"
+
+
+def table(header, rows):
+    lines = ["| " + " | ".join(header) + " |", "|" + "---|" * len(header)]
+    lines += ["| " + " | ".join(row) + " |" for row in rows]
+    return "\n".join(lines)
+
+
+def cell(value, fmt):
+    if value is None or (isinstance(value, float) and np.isnan(value)):
+        return "-"
+    return fmt.format(value)
+
+
+def source_revision():
+    """The commit measured, and whether the library's sources differ from it."""
+    root = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
+    try:
+        head = subprocess.run(["git", "-C", root, "rev-parse", "--short", "HEAD"], check=True,
+                              capture_output=True, text=True).stdout.strip()
+        dirty = subprocess.run(["git", "-C", root, "status", "--porcelain", "--", "src",
+                                "rsmpl", "util", "include", "CMakeLists.txt"], check=True,
+                               capture_output=True, text=True).stdout.strip()
+    except (OSError, subprocess.CalledProcessError):
+        return "unknown"
+    return head + (" with uncommitted changes to the library" if dirty else "")
 
 
 def main():
+    begun = time.monotonic()
     build, out_dir = os.path.abspath(sys.argv[1]), os.path.abspath(sys.argv[2])
     os.makedirs(out_dir, exist_ok=True)
     work = tempfile.mkdtemp(prefix="skelda-quality-")
-    plugins = os.path.join(work, "plugins")
-    os.mkdir(plugins)
-    system_dir = subprocess.run(["pkg-config", "--variable=libdir", "alsa"], check=True,
-                                capture_output=True, text=True).stdout.strip() + "/alsa-lib"
-    for name in os.listdir(system_dir):
-        os.symlink(os.path.join(system_dir, name), os.path.join(plugins, name))
-    os.symlink(os.path.join(build, "libasound_module_rate_skelda.so"),
-               os.path.join(plugins, "libasound_module_rate_skelda.so"))
+    notes = []
+    converters = list(CONVERTERS)
+    if not hq_available(build):
+        log("skelda_hq not built")
+        notes.append(f"skelda_hq not built (no {HQ_ENTRY} in {build}): its rows are missing.")
+        converters = [c for c in converters if c[0] != "skelda_hq"]
+    runner = Runner(build, work)
+    try:
+        pool = concurrent.futures.ThreadPoolExecutor(max(1, min(2, os.cpu_count() or 1)))
+        # Main runs: one stepped signal per pair through every converter.
+        jobs = {}
+        layouts = {}
+        for pair in PAIRS:
+            layout = pair_layout(*pair)
+            src = os.path.join(work, f"pair_{pair[0]}_{pair[1]}.wav")
+            write_wav(src, render(layout, pair[0]), pair[0])
+            layouts[pair] = layout
+            for label, name in converters:
+                if supports(name, *pair):
+                    jobs[(label, pair)] = pool.submit(runner.convert, name, src, pair[1])
+        # Period-size runs: a 997 Hz tone with forced client periods.
+        period_jobs = {}
+        for pair in PERIOD_PAIRS:
+            n_in = int(PERIOD_RUN_SECONDS * pair[0])
+            tone = THD_AMPLITUDE * np.sin(2 * np.pi * 997.0 * np.arange(n_in) / pair[0])
+            src = os.path.join(work, f"tone_{pair[0]}_{pair[1]}.wav")
+            write_wav(src, np.round(tone).astype(np.int16), pair[0])
+            for label, name in converters:
+                if label not in PERIOD_CONVERTERS or not supports(name, *pair):
+                    continue
+                for period in PERIOD_SIZES:
+                    period_jobs[(label, pair, period)] = (
+                        n_in, pool.submit(runner.convert, name, src, pair[1], period))
 
-    rows, curves = [], {}
-    signals = {}
-    for label, converter, in_rate, out_rate in PATHS:
-        if in_rate not in signals:
-            samples, layout, thd_start = test_signal(in_rate)
-            path = os.path.join(work, f"in_{in_rate}.wav")
-            write_wav(path, samples, in_rate)
-            signals[in_rate] = (path, layout, thd_start)
-        path, layout, thd_start = signals[in_rate]
-        y = convert(build, plugins, converter, path, in_rate, out_rate, work)
-        freqs, gains, spurs, ripple, rejection, snr, thdn = measure(y, layout, thd_start,
-                                                                    in_rate, out_rate)
-        rows.append((label, in_rate, out_rate, ripple, rejection, snr, thdn))
-        curves.setdefault((in_rate, out_rate), []).append((label, freqs, gains, spurs))
+        results = {}
+        # The floor of every measurement: what an ideal converter gives once
+        # its output is rounded to 16 bits.
+        for pair in PAIRS:
+            ideal = render(layouts[pair], pair[1], keep_below=0.5 * pair[1]).astype(float)
+            results[(IDEAL, pair)] = analyse_pair_run(ideal, layouts[pair], *pair)
+        for (label, pair), job in jobs.items():
+            y, _, error = job.result()
+            if y is None:
+                log(f"{label} {pair_name(pair)}: refused ({' '.join(error or [])})")
+                continue
+            try:
+                results[(label, pair)] = analyse_pair_run(y, layouts[pair], *pair)
+            except (ValueError, IndexError, np.linalg.LinAlgError) as e:
+                log(f"{label} {pair_name(pair)}: no usable output ({e})")
+        period_results = {}
+        for (label, pair, period), (n_in, job) in period_jobs.items():
+            y, periods, error = job.result()
+            if y is None:
+                log(f"{label} {pair_name(pair)} period {period}: refused "
+                    f"({' '.join(error or [])})")
+                continue
+            thdn, worst, seam = analyse_period_run(y, *pair, n_in,
+                                                     periods[1] if periods else None)
+            expected = None
+            if periods:
+                # aplay pads the last period with silence.
+                expected = -(-n_in // periods[0]) * periods[1]
+            period_results[(label, pair, period)] = (periods, len(y), expected, thdn, worst,
+                                                     seam)
+        pool.shutdown()
+    finally:
+        shutil.rmtree(work, ignore_errors=True)
 
-    for (in_rate, out_rate), series in curves.items():
-        fig, (top, bottom) = plt.subplots(2, 1, figsize=(9, 7), sharex=True)
-        for label, freqs, gains, spurs in series:
-            top.plot(freqs, gains, label=label)
-            bottom.plot(freqs, spurs, label=label)
-        top.set_ylabel("gain (dB)")
-        top.set_ylim(-12, 2)
-        top.set_title(f"{in_rate} Hz -> {out_rate} Hz: response to -6 dBFS tones")
-        bottom.set_ylabel("aliases, images, noise (dB re tone)")
-        bottom.set_xlabel("input tone frequency (Hz)")
-        for axis in (top, bottom):
-            axis.axvline(min(in_rate, out_rate) / 2, color="grey", linestyle=":")
-            axis.grid(True, alpha=0.3)
-            axis.legend(fontsize=8)
-        fig.tight_layout()
-        fig.savefig(os.path.join(out_dir, f"response_{in_rate}_{out_rate}.png"), dpi=90)
-        plt.close(fig)
+    labels = [label for label, _ in converters] + [IDEAL]
+    for pair in PAIRS:
+        series = [(label, results[(label, pair)]) for label in labels if (label, pair) in results]
+        plot_pair(*pair, series, os.path.join(out_dir, f"response_{pair[0]}_{pair[1]}.png"))
 
-    print("| path | rates (Hz) | passband ripple (dB, to 0.4 fs) | alias/image rejection (dB) "
-          "| SNR 997 Hz (dB) | THD+N 997 Hz (dB below tone) |")
-    print("|---|---|---|---|---|---|")
-    for label, in_rate, out_rate, ripple, rejection, snr, thdn in rows:
-        rejection = "n/a" if np.isnan(rejection) else f"{rejection:.1f}"
-        print(f"| {label} | {in_rate} -> {out_rate} | {ripple:.2f} | {rejection} "
-              f"| {snr:.1f} | {thdn:.1f} |")
+    out = ["# Conversion quality through alsa-lib", ""]
+    out += [f"Every converter runs in alsa-lib's `rate` plugin, driven by aplay into a "
+            f"`file` PCM over `null` (\"skelda sinc (offline)\" through skelda_convert "
+            f"--sinc instead); 16-bit output. \"-\": the converter refused the rates "
+            f"(plain skelda announces 8000-48000 Hz only). \"{IDEAL}\": the exact output "
+            f"rounded to 16 bits, put through the same analysis. Sources: "
+            f"{source_revision()}; build: {os.path.basename(build)}.", ""]
+    out += [f"Note: {n}" for n in notes] + ([""] if notes else [])
+    header = ["converter", "tone"] + [pair_name(p) for p in PAIRS]
+
+    out += ["## THD+N (dB re tone, whole output band; -1 dBFS tones, fitted frequency, "
+            "0.5 s without the first and last 50 ms)", ""]
+    rows = []
+    for label in labels:
+        for i, tone in enumerate(["997 Hz", "6000 Hz", "0.4 x lower rate"]):
+            row = [label, tone]
+            for pair in PAIRS:
+                r = results.get((label, pair))
+                row.append(cell(r["thdn"][i][1] if r else None, "{:.1f}"))
+            rows.append(row)
+    out += [table(header, rows), ""]
+
+    out += ["## Forced period sizes (`aplay --period-size=N`): 1 s of 997 Hz at -1 dBFS", "",
+            "Frames: output file frames / periods played x output period size "
+            "(aplay pads the last period with silence). Windows: THD+N of "
+            f"{SEAM_WINDOW_SECONDS * 1000:.0f} ms windows (at most a third of an output "
+            "period), each fitted on its own at the run's frequency: the worst anywhere "
+            "(hop half a window), and the median over the output period boundaries of the "
+            "window centred on the boundary / the windows just before and after it. Seam: "
+            f"the centred window {SEAM_MARGIN_DB:.0f} dB or more worse than its "
+            "neighbours.", ""]
+    rows = []
+    for label in PERIOD_CONVERTERS:
+        for pair in PERIOD_PAIRS:
+            for period in PERIOD_SIZES:
+                r = period_results.get((label, pair, period))
+                if r is None:
+                    if label in labels:
+                        rows.append([label, pair_name(pair), str(period)] + ["-"] * 7)
+                    continue
+                periods, frames, expected, thdn, worst, seam = r
+                ok = "" if expected is None else (" ok" if frames == expected else " MISMATCH")
+                verdict = "?" if seam is None else (
+                    "yes" if seam[0] - seam[1] >= SEAM_MARGIN_DB else "no")
+                rows.append([label, pair_name(pair), str(period),
+                             f"{periods[0]} -> {periods[1]}" if periods else "?",
+                             f"{frames} / {cell(expected, '{}')}{ok}", f"{thdn:.1f}",
+                             f"{worst:.1f}",
+                             "-" if seam is None else f"{seam[0]:.1f} / {seam[1]:.1f}", verdict])
+    out += [table(["converter", "pair", "--period-size", "periods (frames in -> out)",
+                   "frames (got / expected)", "THD+N 997 Hz (dB)", "worst window (dB)",
+                   "boundary / beside windows (dB)", "seam"], rows), ""]
+
+    header = ["converter"] + [pair_name(p) for p in PAIRS]
+    out += ["## Passband: largest deviation from 0 dB up to 0.45 x the lower rate (dB, "
+            "and the tone where it occurs; -6 dBFS stepped sines)", ""]
+
+    def deviation(key):
+        if key not in results:
+            return "-"
+        dev, f = results[key]["passband_dev"]
+        return f"{dev:.3f} ({f / 1000:.1f} kHz)" if dev >= 0.01 else f"{dev:.3f}"
+
+    rows = [[label] + [deviation((label, p)) for p in PAIRS] for label in labels]
+    out += [table(header, rows), ""]
+
+    out += ["## Image/alias rejection (dB below the tone, worst case): the strongest image "
+            "of tones up to 0.45 x the lower rate and the strongest alias of tones from "
+            "0.55 x the lower rate up to the input's Nyquist. \"silent\": every such output "
+            "rounded to digital zero.", ""]
+
+    def rejection(key):
+        if key not in results:
+            return "-"
+        value = results[key]["rejection"]
+        # -200 dB stands for an output of digital silence.
+        return "silent" if value >= 199 else cell(value, "{:.1f}")
+
+    rows = [[label] + [rejection((label, p)) for p in PAIRS] for label in labels]
+    out += [table(header, rows), ""]
+
+    out += ["## Group delay (ms; cross-correlation of a band-limited pulse with the output)",
+            ""]
+    rows = [[label] + [cell(results[(label, p)]["delay_ms"] if (label, p) in results
+                            else None, "{:.3f}") for p in PAIRS] for label in labels]
+    out += [table(header, rows), ""]
+    out += [f"Response plots: {', '.join(f'response_{p[0]}_{p[1]}.png' for p in PAIRS)}. "
+            f"Measured in {time.monotonic() - begun:.0f} s.", ""]
+    text = "\n".join(out)
+    with open(os.path.join(out_dir, "table.md"), "w") as f:
+        f.write(text)
+    print(text)
 
 
 if __name__ == "__main__":
