@@ -9,10 +9,10 @@
 //
 // Eight groups at once, for M of 1 to 4: lane j of every vector holds group
 // j's sample for one tap (vld1q for M = 1, vld2q..vld4q deinterleave the
-// others), so each tap is one multiply-accumulate by a scalar weight per four
-// groups. A lane holds one output's partial sum, again over overflow-safe
-// runs, widened to 64 bits between runs; the output step rounds, shifts and
-// saturates in vector registers.
+// others), so each tap is one multiply-accumulate by a lane of the weight
+// vector per four groups. A lane holds one output's partial sums, the taps
+// dealt over as few accumulators as keep each within 32 bits; the output
+// step rounds, shifts and saturates in vector registers.
 #include "rsmpl/fir_kernel_set.h"
 
 #if defined(__ARM_NEON) || defined(__ARM_NEON__)
@@ -53,27 +53,44 @@ constexpr int lane_run_blocks() {
   return 1;
 }
 
-// Longest run of consecutive taps whose whole partial sum cannot leave 32
-// bits in any phase (one lane per output in the batched groups).
+// Fewest accumulators A such that, in the batched groups, the taps t with
+// t % A == a summed into accumulator a cannot leave 32 bits in any phase.
 template <class Shape>
-constexpr int output_run_taps() {
+constexpr int accumulator_classes() {
   constexpr auto &layout = kPhaseLayout<Shape>;
   constexpr int taps = PhaseLayout<Shape>::kTaps;
-  for (int run = taps; run > 1; --run) {
+  for (int classes = 1; classes < taps; ++classes) {
     bool ok = true;
     for (int phi = 0; phi < Shape::L; ++phi)
-      for (int t0 = 0; t0 < taps; t0 += run) {
+      for (int a = 0; a < classes; ++a) {
         int64_t sum = 0;
-        for (int t = t0; t < t0 + run && t < taps; ++t) {
+        for (int t = a; t < taps; t += classes) {
           const int w = layout.phase[phi].taps[t];
           sum += w < 0 ? -w : w;
         }
         if (sum * 32768 > kLaneLimit) ok = false;
       }
-    if (ok) return run;
+    if (ok) return classes;
   }
-  return 1;
+  return taps;
 }
+
+// Each phase's taps padded with zeros to whole 8-tap vectors.
+template <class Shape>
+struct PaddedTaps {
+  static constexpr int kWidth = (PhaseLayout<Shape>::kTaps + 7) / 8 * 8;
+  int16_t w[Shape::L][kWidth];
+};
+template <class Shape>
+constexpr PaddedTaps<Shape> make_padded_taps() {
+  PaddedTaps<Shape> padded{};
+  for (int phi = 0; phi < Shape::L; ++phi)
+    for (int t = 0; t < PhaseLayout<Shape>::kTaps; ++t)
+      padded.w[phi][t] = kPhaseLayout<Shape>.phase[phi].taps[t];
+  return padded;
+}
+template <class Shape>
+inline constexpr PaddedTaps<Shape> kPaddedTaps = make_padded_taps<Shape>();
 
 // The four lanes summed modulo 2^32: exact when the total fits 32 bits.
 inline int32_t sum_lanes(int32x4_t v) {
@@ -146,45 +163,63 @@ constexpr int batch_overread_groups() {
   return PhaseLayout<Shape>::kTaps % Shape::M != 0 ? 1 : 0;
 }
 
-// One phase's outputs of eight groups as 16-bit lanes.
+// Tap T of phase Phi on eight groups (x: lane j is group j's sample), into
+// accumulator T % A: a multiply by one lane of the weight vector.
+template <class Shape, int Phi, int T, int A>
+inline void mac_tap(int16x8_t x, int32x4_t *lo, int32x4_t *hi) {
+  if constexpr (T < PhaseLayout<Shape>::kTaps) {
+    const int16x8_t w = vld1q_s16(kPaddedTaps<Shape>.w[Phi] + 8 * (T / 8));
+    constexpr int a = T % A;
+#if defined(__aarch64__)
+    lo[a] = vmlal_laneq_s16(lo[a], vget_low_s16(x), w, T % 8);
+    hi[a] = vmlal_high_laneq_s16(hi[a], x, w, T % 8);
+#else
+    const int16x4_t half = T % 8 < 4 ? vget_low_s16(w) : vget_high_s16(w);
+    lo[a] = vmlal_lane_s16(lo[a], vget_low_s16(x), half, T % 4);
+    hi[a] = vmlal_lane_s16(hi[a], vget_high_s16(x), half, T % 4);
+#endif
+  }
+}
+
+template <class Shape, int Phi, int A, int B, std::size_t... K>
+inline void mac_block(const int16_t *p, int32x4_t *lo, int32x4_t *hi, std::index_sequence<K...>) {
+  const BlockLoad<Shape::M> x(p + B * Shape::M);
+  (mac_tap<Shape, Phi, B * Shape::M + static_cast<int>(K), A>(x.val[K], lo, hi), ...);
+}
+
+template <class Shape, int Phi, int A, std::size_t... B>
+inline void mac_blocks(const int16_t *p, int32x4_t *lo, int32x4_t *hi, std::index_sequence<B...>) {
+  (mac_block<Shape, Phi, A, static_cast<int>(B)>(p, lo, hi, std::make_index_sequence<Shape::M>{}), ...);
+}
+
+// One phase's outputs of eight groups as 16-bit lanes. With one or two
+// accumulators the totals stay in 32 bits (two join with a saturating add:
+// a total past the int32 range saturates the output anyway); more are
+// widened to 64 bits and added there.
 template <class Shape, int Phi>
 inline int16x8_t batch_phase(const int16_t *span) {
-  constexpr auto &phase = kPhaseLayout<Shape>.phase[Phi];
-  constexpr int taps = PhaseLayout<Shape>::kTaps;
-  constexpr int run = output_run_taps<Shape>();
-  constexpr int M = Shape::M;
-  const int16_t *p = span + phase.start;
-  if constexpr (run >= taps) {
-    int32x4_t lo = vdupq_n_s32(0), hi = vdupq_n_s32(0);
-    for (int b = 0; b < taps; b += M) {
-      const BlockLoad<M> x(p + b);
-      for (int k = 0; k < M && b + k < taps; ++k) {
-        lo = vmlal_n_s16(lo, vget_low_s16(x.val[k]), phase.taps[b + k]);
-        hi = vmlal_n_s16(hi, vget_high_s16(x.val[k]), phase.taps[b + k]);
-      }
-    }
-    return vcombine_s16(step32<Shape::kShift>(lo), step32<Shape::kShift>(hi));
+  constexpr int A = accumulator_classes<Shape>();
+  constexpr int blocks = (PhaseLayout<Shape>::kTaps + Shape::M - 1) / Shape::M;
+  constexpr int shift = Shape::kShift;
+  int32x4_t lo[A], hi[A];
+  for (int a = 0; a < A; ++a) lo[a] = hi[a] = vdupq_n_s32(0);
+  mac_blocks<Shape, Phi, A>(span + kPhaseLayout<Shape>.phase[Phi].start, lo, hi,
+                            std::make_index_sequence<blocks>{});
+  if constexpr (A == 1) {
+    return vcombine_s16(step32<shift>(lo[0]), step32<shift>(hi[0]));
+  } else if constexpr (A == 2) {
+    return vcombine_s16(step32<shift>(vqaddq_s32(lo[0], lo[1])),
+                        step32<shift>(vqaddq_s32(hi[0], hi[1])));
   } else {
-    int64x2_t acc[4] = {vdupq_n_s64(0), vdupq_n_s64(0), vdupq_n_s64(0), vdupq_n_s64(0)};
-    int32x4_t lo = vdupq_n_s32(0), hi = vdupq_n_s32(0);
-    int in_run = 0;
-    for (int b = 0; b < taps; b += M) {
-      const BlockLoad<M> x(p + b);
-      for (int k = 0; k < M && b + k < taps; ++k) {
-        lo = vmlal_n_s16(lo, vget_low_s16(x.val[k]), phase.taps[b + k]);
-        hi = vmlal_n_s16(hi, vget_high_s16(x.val[k]), phase.taps[b + k]);
-        if (++in_run == run || b + k == taps - 1) {
-          acc[0] = vaddw_s32(acc[0], vget_low_s32(lo));
-          acc[1] = vaddw_s32(acc[1], vget_high_s32(lo));
-          acc[2] = vaddw_s32(acc[2], vget_low_s32(hi));
-          acc[3] = vaddw_s32(acc[3], vget_high_s32(hi));
-          lo = hi = vdupq_n_s32(0);
-          in_run = 0;
-        }
-      }
+    int64x2_t acc[4] = {vmovl_s32(vget_low_s32(lo[0])), vmovl_s32(vget_high_s32(lo[0])),
+                        vmovl_s32(vget_low_s32(hi[0])), vmovl_s32(vget_high_s32(hi[0]))};
+    for (int a = 1; a < A; ++a) {
+      acc[0] = vaddw_s32(acc[0], vget_low_s32(lo[a]));
+      acc[1] = vaddw_s32(acc[1], vget_high_s32(lo[a]));
+      acc[2] = vaddw_s32(acc[2], vget_low_s32(hi[a]));
+      acc[3] = vaddw_s32(acc[3], vget_high_s32(hi[a]));
     }
-    return vcombine_s16(step64<Shape::kShift>(acc[0], acc[1]),
-                        step64<Shape::kShift>(acc[2], acc[3]));
+    return vcombine_s16(step64<shift>(acc[0], acc[1]), step64<shift>(acc[2], acc[3]));
   }
 }
 
@@ -200,6 +235,15 @@ inline void store_interleaved(const int16x8_t *y, int16_t *dst) {
     vst3q_s16(dst, (int16x8x3_t{{y[0], y[1], y[2]}}));
   } else if constexpr (L == 4) {
     vst4q_s16(dst, (int16x8x4_t{{y[0], y[1], y[2], y[3]}}));
+#if defined(__aarch64__)
+  } else if constexpr (L == 6) {
+    // Phases paired into 32-bit words, then three words a group.
+    const int16x8x2_t a = vzipq_s16(y[0], y[1]), b = vzipq_s16(y[2], y[3]), c = vzipq_s16(y[4], y[5]);
+    for (int half = 0; half < 2; ++half)
+      vst3q_s32(reinterpret_cast<int32_t *>(dst + 24 * half),
+                (int32x4x3_t{{vreinterpretq_s32_s16(a.val[half]), vreinterpretq_s32_s16(b.val[half]),
+                              vreinterpretq_s32_s16(c.val[half])}}));
+#endif
   } else {
     int16_t lanes[L][8];
     for (int phi = 0; phi < L; ++phi) vst1q_s16(lanes[phi], y[phi]);
@@ -223,9 +267,15 @@ struct NeonDot {
     constexpr int run = lane_run_blocks<Shape>();
     int64x2_t acc = vdupq_n_s64(0);
     for (int b0 = 0; b0 < blocks; b0 += run) {
-      int32x4_t part = vmull_s16(vld1_s16(x + 4 * b0), vld1_s16(w + 4 * b0));
-      for (int b = b0 + 1; b < b0 + run && b < blocks; ++b)
-        part = vmlal_s16(part, vld1_s16(x + 4 * b), vld1_s16(w + 4 * b));
+      const int end = b0 + run < blocks ? b0 + run : blocks;
+      int32x4_t part = vdupq_n_s32(0);
+      int b = b0;
+      for (; b + 2 <= end; b += 2) {  // two blocks per load, same lanes
+        const int16x8_t xs = vld1q_s16(x + 4 * b), ws = vld1q_s16(w + 4 * b);
+        part = vmlal_s16(part, vget_low_s16(xs), vget_low_s16(ws));
+        part = vmlal_s16(part, vget_high_s16(xs), vget_high_s16(ws));
+      }
+      if (b < end) part = vmlal_s16(part, vld1_s16(x + 4 * b), vld1_s16(w + 4 * b));
       acc = vpadalq_s32(acc, part);
     }
     return vgetq_lane_s64(acc, 0) + vgetq_lane_s64(acc, 1);
