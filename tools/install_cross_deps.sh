@@ -17,8 +17,9 @@ for arch in "${targets[@]}"; do
     arm64 | armhf) ;;
     *) echo "unknown target: $arch (arm64 or armhf)" >&2; exit 2 ;;
   esac
-  packages+=("crossbuild-essential-$arch" "libc6:$arch" "libstdc++6:$arch" "libasound2-dev:$arch" "libgtest-dev:$arch"
-             "libsndfile1-dev:$arch" "libbenchmark-dev:$arch")
+  packages+=("crossbuild-essential-$arch" "libc6:$arch" "libstdc++6:$arch"
+             "libasound2-dev:$arch" "libgtest-dev:$arch" "libsndfile1-dev:$arch"
+             "libbenchmark-dev:$arch")
 done
 
 missing=()
@@ -37,8 +38,8 @@ if [ ${#missing[@]} -gt 0 ] || [ "$added" = 1 ]; then
   # A mirror caught mid-sync can fail one foreign index; the lists it has
   # are usually enough, and the install below fails if they are not.
   $sudo apt-get update -qq || echo "apt-get update reported errors; installing from the lists it has"
-  [ ${#missing[@]} -gt 0 ] &&
-    DEBIAN_FRONTEND=noninteractive $sudo apt-get install -o DPkg::Lock::Timeout=600 -y -qq --no-install-recommends \
-      "${missing[@]}" >/dev/null
+  if [ ${#missing[@]} -gt 0 ]; then
+    DEBIAN_FRONTEND=noninteractive $sudo apt-get install -o DPkg::Lock::Timeout=600 -y -qq \
+      --no-install-recommends "${missing[@]}" >/dev/null
+  fi
 fi
-exit 0
