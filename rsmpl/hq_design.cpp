@@ -110,7 +110,7 @@ bool hq_build_phases(RSMPL_HqState *st, uint32_t phases) {
     int64_t hi_abs = 0;
     for (uint32_t k = 0; k < taps; ++k) {
       const int64_t h = (c[k] + (int64_t{1} << (s - 1))) >> s;
-      const int64_t l = c[k] - (h << s);
+      const int64_t l = c[k] - h * (int64_t{1} << s);
       if (h > 32767 || h < -32767) return false;
       hi[k] = static_cast<int16_t>(h);
       lo[k] = static_cast<int16_t>(l);
