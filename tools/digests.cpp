@@ -219,7 +219,7 @@ uint64_t util_fir3_digest() {
 
 uint64_t util_decibel_digest() {
   Digest d;
-  for (int32_t gain = -100 << 15; gain <= 100 << 15; gain += 4099) {
+  for (int32_t gain = -100 * 32768; gain <= 100 * 32768; gain += 4099) {
     d.u32(static_cast<uint32_t>(UTIL_dBToScale(gain)));
     const EXP32 e = UTIL_dBToScaleExp32(gain);
     d.u16(static_cast<uint16_t>(e.exponent));
