@@ -14,6 +14,7 @@
 
 #include "rsmpl/fir_kernel_set.h"
 #include "rsmpl/fir_shape.h"
+#include "rsmpl/hq_kernel.h"
 
 namespace rsmpl {
 namespace {
@@ -67,7 +68,7 @@ constexpr FirKernelSet make_kernel_set(const char *name) {
                        fir_kernel<ShapeUp2To3, Dot>, fir_kernel<ShapeDown3To2, Dot>,
                        fir_kernel<ShapeUp4, Dot>, fir_kernel<ShapeDown4, Dot>,
                        fir_kernel<ShapeUp6, Dot>, fir_kernel<ShapeDown6, Dot>},
-                      Dot::hq_dot};
+                      Dot::hq_dot, hq_produce<Dot>};
 }
 
 }  // namespace

@@ -6,6 +6,8 @@
 
 #include <cstdint>
 
+struct RSMPL_HqState;
+
 namespace rsmpl {
 
 enum FirKernelId {
@@ -29,10 +31,15 @@ using FirKernelFn = void (*)(const int16_t *in, int16_t *out, int32_t n);
 // leaves 32 bits, which lets the SIMD builds add in 32-bit lanes.
 using HqDotFn = int64_t (*)(const int16_t *x, const int16_t *coef, uint32_t taps, uint32_t shift);
 
+// The high-quality resampler's output loop over that inner product: writes
+// the outputs that are ready and fit in `room`, returns how many.
+using HqProduceFn = uint32_t (*)(struct ::RSMPL_HqState *st, int16_t *out, uint32_t room);
+
 struct FirKernelSet {
   const char *name;
   FirKernelFn kernel[kFirKernelCount];
   HqDotFn hq_dot;
+  HqProduceFn hq_produce;
 };
 
 // Each returns null when this build or this CPU cannot run it.

@@ -142,13 +142,60 @@ struct Avx2Dot {
   static int64_t hq_dot(const int16_t *x, const int16_t *coef, uint32_t taps, uint32_t shift) {
     __m256i hi = _mm256_setzero_si256(), lo = _mm256_setzero_si256();
     for (uint32_t t = 0; t < taps; t += 16) {
-      const __m256i xs = _mm256_loadu_si256(reinterpret_cast<const __m256i *>(x + t));
-      hi = _mm256_add_epi32(hi, _mm256_madd_epi16(xs, _mm256_loadu_si256(reinterpret_cast<const __m256i *>(coef + t))));
-      lo = _mm256_add_epi32(lo, _mm256_madd_epi16(xs, _mm256_loadu_si256(reinterpret_cast<const __m256i *>(coef + taps + t))));
+      const __m256i xs = load(x + t);
+      hi = _mm256_add_epi32(hi, _mm256_madd_epi16(xs, load(coef + t)));
+      lo = _mm256_add_epi32(lo, _mm256_madd_epi16(xs, load(coef + taps + t)));
     }
-    const __m128i h = _mm_add_epi32(_mm256_castsi256_si128(hi), _mm256_extracti128_si256(hi, 1));
-    const __m128i l = _mm_add_epi32(_mm256_castsi256_si128(lo), _mm256_extracti128_si256(lo, 1));
-    return static_cast<int64_t>(sum_lanes(h)) * (int64_t{1} << shift) + sum_lanes(l);
+    const __m128i sums = fold(hi, lo, hi, lo);
+    return combine(_mm_cvtsi128_si32(sums), _mm_extract_epi32(sums, 1), shift);
+  }
+
+  // Four outputs at once: their sums folded together, then combined, rounded
+  // and saturated in vector registers exactly as hq_output does.
+  __attribute__((always_inline)) static void hq_dot4(const int16_t *const *x, const int16_t *const *c, uint32_t taps,
+                      uint32_t shift, uint32_t out_shift, int16_t *const *y) {
+    __m256i h0 = _mm256_setzero_si256(), h1 = h0, h2 = h0, h3 = h0;
+    __m256i l0 = h0, l1 = h0, l2 = h0, l3 = h0;
+    for (uint32_t t = 0; t < taps; t += 16) {
+      const __m256i x0 = load(x[0] + t), x1 = load(x[1] + t), x2 = load(x[2] + t), x3 = load(x[3] + t);
+      h0 = _mm256_add_epi32(h0, _mm256_madd_epi16(x0, load(c[0] + t)));
+      l0 = _mm256_add_epi32(l0, _mm256_madd_epi16(x0, load(c[0] + taps + t)));
+      h1 = _mm256_add_epi32(h1, _mm256_madd_epi16(x1, load(c[1] + t)));
+      l1 = _mm256_add_epi32(l1, _mm256_madd_epi16(x1, load(c[1] + taps + t)));
+      h2 = _mm256_add_epi32(h2, _mm256_madd_epi16(x2, load(c[2] + t)));
+      l2 = _mm256_add_epi32(l2, _mm256_madd_epi16(x2, load(c[2] + taps + t)));
+      h3 = _mm256_add_epi32(h3, _mm256_madd_epi16(x3, load(c[3] + t)));
+      l3 = _mm256_add_epi32(l3, _mm256_madd_epi16(x3, load(c[3] + taps + t)));
+    }
+    const __m256i hi = _mm256_cvtepi32_epi64(fold(h0, h1, h2, h3));
+    const __m256i lo = _mm256_cvtepi32_epi64(fold(l0, l1, l2, l3));
+    __m256i sum = _mm256_add_epi64(_mm256_sll_epi64(hi, _mm_cvtsi32_si128(static_cast<int>(shift))), lo);
+    // An arithmetic shift by way of a logical one: the bias makes the sum
+    // positive and is a multiple of 2^out_shift.
+    const int64_t bias = int64_t{1} << 62;
+    sum = _mm256_add_epi64(sum, _mm256_set1_epi64x(bias + (int64_t{1} << (out_shift - 1))));
+    sum = _mm256_srl_epi64(sum, _mm_cvtsi32_si128(static_cast<int>(out_shift)));
+    sum = _mm256_sub_epi64(sum, _mm256_set1_epi64x(bias >> out_shift));
+    // The shifted sums fit 32 bits; pack them, saturating to 16.
+    const __m128i low = _mm256_castsi256_si128(
+        _mm256_permutevar8x32_epi32(sum, _mm256_setr_epi32(0, 2, 4, 6, 0, 2, 4, 6)));
+    const __m128i v = _mm_packs_epi32(low, low);
+    *y[0] = static_cast<int16_t>(_mm_extract_epi16(v, 0));
+    *y[1] = static_cast<int16_t>(_mm_extract_epi16(v, 1));
+    *y[2] = static_cast<int16_t>(_mm_extract_epi16(v, 2));
+    *y[3] = static_cast<int16_t>(_mm_extract_epi16(v, 3));
+  }
+
+ private:
+  static __m256i load(const int16_t *p) { return _mm256_loadu_si256(reinterpret_cast<const __m256i *>(p)); }
+  // The totals of a, b, c, d's lanes, in that order.
+  static __m128i fold(__m256i a, __m256i b, __m256i c, __m256i d) {
+    const __m256i ab = _mm256_hadd_epi32(a, b), cd = _mm256_hadd_epi32(c, d);
+    const __m256i abcd = _mm256_hadd_epi32(ab, cd);
+    return _mm_add_epi32(_mm256_castsi256_si128(abcd), _mm256_extracti128_si256(abcd, 1));
+  }
+  static int64_t combine(int32_t hi, int32_t lo, uint32_t shift) {
+    return static_cast<int64_t>(hi) * (int64_t{1} << shift) + lo;
   }
 };
 

@@ -29,6 +29,10 @@ struct ScalarDot {
     }
     return hi * (int64_t{1} << shift) + lo;
   }
+  static void hq_dot4(const int16_t *const *x, const int16_t *const *c, uint32_t taps,
+                      uint32_t shift, uint32_t out_shift, int16_t *const *y) {
+    for (int j = 0; j < 4; ++j) *y[j] = hq_output(hq_dot(x[j], c[j], taps, shift), out_shift);
+  }
 };
 
 constexpr FirKernelSet kScalarSet = make_kernel_set<ScalarDot>("scalar");

@@ -65,6 +65,11 @@ struct Sse2Dot {
     }
     return static_cast<int64_t>(sum_lanes(hi)) * (int64_t{1} << shift) + sum_lanes(lo);
   }
+
+  static void hq_dot4(const int16_t *const *x, const int16_t *const *c, uint32_t taps,
+                      uint32_t shift, uint32_t out_shift, int16_t *const *y) {
+    for (int j = 0; j < 4; ++j) *y[j] = hq_output(hq_dot(x[j], c[j], taps, shift), out_shift);
+  }
 };
 
 constexpr FirKernelSet kSse2Set = make_kernel_set<Sse2Dot>("sse2");

@@ -13,14 +13,13 @@ namespace {
 
 constexpr uint32_t round_up(uint32_t v, uint32_t a) { return (v + a - 1) / a * a; }
 
-const int32_t *prototype(uint32_t half) { return half == 40 ? kHqPrototype40 : kHqPrototype32; }
-
 // The prototype at u / den table entries from its centre (u >= 0), Q30, by
 // four-point Lagrange interpolation between entries with weights in Q30.
 // Entries before the centre mirror those after it.
-int64_t prototype_at(const int32_t *table, uint32_t half, uint64_t u, uint64_t den) {
+int64_t prototype_at(uint64_t u, uint64_t den) {
+  const int32_t *table = kHqPrototype;
   const uint64_t j = u / den;
-  if (j >= static_cast<uint64_t>(half) * kHqOversample) return 0;
+  if (j >= static_cast<uint64_t>(kHqHalf) * kHqOversample) return 0;
   // f in Q16: the fraction between entries j and j + 1.
   const int64_t f = static_cast<int64_t>(((u % den) << 16) / den);
   const int64_t one = 1 << 16;
@@ -51,8 +50,7 @@ uint64_t gcd(uint64_t a, uint64_t b) {
 HqDesign hq_design(uint32_t in_rate, uint32_t out_rate, uint32_t channels) {
   HqDesign d{};
   const bool down = out_rate < in_rate;
-  const uint32_t lower = down ? out_rate : in_rate;
-  d.half = lower >= kHqLongRate ? 40 : 32;
+  d.half = kHqHalf;
   // Taps cover the prototype stretched to the input rate: ceil(half * in /
   // out) input samples a side when downsampling, half when upsampling.
   const uint64_t reach = down ? (static_cast<uint64_t>(d.half) * in_rate + out_rate - 1) / out_rate
@@ -78,7 +76,6 @@ HqDesign hq_design(uint32_t in_rate, uint32_t out_rate, uint32_t channels) {
 bool hq_build_phases(RSMPL_HqState *st, uint32_t phases) {
   const uint32_t taps = st->taps;
   const bool down = st->out_rate < st->in_rate;
-  const int32_t *table = prototype(st->half);
   // S: T 2^S < 2^17 keeps the sum of |x lo| below 2^31; F = 14 + S puts the
   // prototype's peak (1.0) at 2^14 in hi.
   uint32_t s = 14;
@@ -95,7 +92,7 @@ bool hq_build_phases(RSMPL_HqState *st, uint32_t phases) {
     for (uint32_t k = 0; k < taps; ++k) {
       const int64_t dist = (static_cast<int64_t>(k) - taps / 2 + 1) * phases - q;  // d P
       const uint64_t u = static_cast<uint64_t>(dist < 0 ? -dist : dist) * scale;
-      int64_t v = prototype_at(table, st->half, u, den);  // Q30
+      int64_t v = prototype_at(u, den);  // Q30
       // To Q(F), scaled by out/in when downsampling, rounded half up.
       const int64_t num = v * (down ? st->out_rate : 1);
       const int64_t div = static_cast<int64_t>(down ? st->in_rate : 1) << (30 - f);

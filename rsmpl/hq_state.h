@@ -30,7 +30,6 @@ constexpr uint32_t kHqMagic = 0x48517631;      // "HQv1"
 constexpr uint32_t kHqMaxCoefficients = 65536;  // (P + 1) T at most
 constexpr uint32_t kHqChunk = 512;              // input frames per pass
 constexpr uint32_t kHqMaxTerm = 1u << 24;       // L and M stay below this
-constexpr uint32_t kHqLongRate = 20000;         // lower rates from here get the long prototype
 constexpr uint32_t kHqTapAlign = 16;
 
 // The filter for a pair of rates, before any state exists.

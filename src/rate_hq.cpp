@@ -87,7 +87,10 @@ int hq_init(void *obj, snd_pcm_rate_info_t *info) {
 
 int hq_adjust_pitch(void *obj, snd_pcm_rate_info_t *info) {
   hq_converter *rec = record(obj);
-  if (rec->state == nullptr) return -EINVAL;
+  if (rec->state == nullptr) {
+    HQ_REPORT("adjust_pitch before init");
+    return -EINVAL;
+  }
   return follow_periods(rec, info);
 }
 

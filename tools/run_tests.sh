@@ -2,6 +2,7 @@
 # Builds the library and runs the whole test suite:
 #  1. unit tests, end-to-end tests through the real alsa-lib (aplay included),
 #     install test, offline converter test, a short soak;
+#  1b. the Debian packages: built, lintian, installed, used, purged;
 #  2. the same suites built with AddressSanitizer and UndefinedBehaviorSanitizer;
 #  3. the thread tests (plugin and engine) under ThreadSanitizer;
 #  4. a one-minute run of every libFuzzer target over its corpus
@@ -21,6 +22,9 @@ cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
 ninja -C build
 (cd build && ctest --output-on-failure)
 [ "${SKELDA_QUICK:-0}" = 1 ] && exit 0
+
+echo "== Debian packages"
+bash tests/package/build_and_install.sh
 
 echo "== AddressSanitizer + UndefinedBehaviorSanitizer"
 cmake -S . -B build-asan -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DSKELDA_SANITIZE=ON \

@@ -16,6 +16,10 @@ snippet="$stage/etc/alsa/conf.d/10-skelda.conf"
 [ -f "$stage/usr/share/alsa/alsa.conf.d/10-skelda.conf" ] || { echo "FAIL: no snippet"; exit 1; }
 find "$stage" -name rsmpl.h | grep -q . || { echo "FAIL: headers not installed"; exit 1; }
 find "$stage" -name skelda.pc | grep -q . || { echo "FAIL: pkg-config file not installed"; exit 1; }
+[ -f "$stage$plugindir/libasound_module_rate_skelda_hq.so" ] || { echo "FAIL: no skelda_hq module"; exit 1; }
+for f in libskelda.so.0 libskelda.so libskelda.a skelda_convert skelda_convert.1; do
+  find "$stage" -name "$f" | grep -q . || { echo "FAIL: $f not installed"; exit 1; }
+done
 
 # The snippet's ready PCM "skelda", with a file PCM as its slave.
 cat >"$stage/tofile.conf" <<CONF
@@ -32,10 +36,13 @@ rate=$(soxi -r "$stage/out.wav")
 [ "$rate" = 22050 ] || { echo "FAIL: output rate $rate"; exit 1; }
 echo "installed plugin converted $(soxi -s "$stage/in.wav") frames at 44100 Hz to $(soxi -s "$stage/out.wav") frames at $rate Hz"
 
-# A program linking the engine through the installed pkg-config file and
+# A program linking libskelda through the installed pkg-config file and
 # headers (the sysroot prefix points pkg-config into the staging tree).
 export PKG_CONFIG_SYSROOT_DIR="$stage" PKG_CONFIG_PATH="$(dirname "$(find "$stage" -name skelda.pc)")"
 cc -std=c99 -Wall -Werror -o "$stage/engine_example" "$(dirname "$0")/../../examples/engine_example.c" \
   $(pkg-config --cflags --libs skelda) -lm || { echo "FAIL: example does not build"; exit 1; }
-LD_PRELOAD="${SKELDA_SANITIZER_PRELOAD:-}" LD_LIBRARY_PATH="$stage$plugindir" "$stage/engine_example" | tee "$stage/example.log"
+readelf -d "$stage/engine_example" | grep -q 'NEEDED.*\[libskelda\.so\.0\]' \
+  || { echo "FAIL: example does not link libskelda.so.0"; exit 1; }
+libdir=$(dirname "$(find "$stage" -name libskelda.so.0)")
+LD_PRELOAD="${SKELDA_SANITIZER_PRELOAD:-}" LD_LIBRARY_PATH="$libdir" "$stage/engine_example" | tee "$stage/example.log"
 grep -q '48000 samples in, 4[0-9]* out' "$stage/example.log" || { echo "FAIL: example did not run"; exit 1; }

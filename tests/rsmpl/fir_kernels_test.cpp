@@ -1,6 +1,7 @@
-// Every build of every FIR kernel against the general form, plus the worked
-// values of the filter design: impulse responses, constant inputs,
-// saturation, odd alignment, short counts and in-place overlap.
+// Every build of every FIR kernel and of the high-quality inner product
+// against the general form, plus the worked values of the filter design:
+// impulse responses, constant inputs, saturation, odd alignment, short
+// counts and in-place overlap.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -39,6 +40,44 @@ std::vector<int16_t> run_kernel(rsmpl::FirKernelFn kernel, const KernelSpec &k,
   return std::vector<int16_t>(out.begin() + out_shift, out.begin() + out_shift + outputs);
 }
 
+// The high-quality inner product at the tap counts the design makes, each
+// with its shift (the largest S <= 14 with T 2^S < 2^17), from odd
+// addresses, on coefficients at the bounds that keep each sum in 32 bits:
+// sum |hi| 32768 just below 2^31 and |lo| < 2^(S-1); the last round puts
+// each x at the extreme of hi's sign, the largest hi sum there is.
+void check_hq_dot(const rsmpl::FirKernelSet &set, Fill fill, std::mt19937 &rng) {
+  for (uint32_t taps : {16u, 64u, 80u, 144u, 192u, 288u, 1536u, 2048u}) {
+    uint32_t shift = 14;
+    while ((taps << shift) >= (1u << 17)) --shift;
+    const int lo_max = 1 << (shift - 1);
+    std::uniform_int_distribution<int> lo(-lo_max, lo_max - 1), tap(0, taps - 1), add(1, 4096),
+        coin(0, 1);
+    for (int round = 0; round < 4; ++round) {
+      std::vector<int16_t> coef(1 + 2 * taps, 0);
+      int16_t *hi = coef.data() + 1;
+      for (int left = 65535; left > 0;) {
+        const int k = tap(rng), step = std::min({left, add(rng), 32767 - hi[k]});
+        hi[k] = static_cast<int16_t>(hi[k] + step);
+        left -= step;
+      }
+      for (uint32_t k = 0; k < taps; ++k) {
+        if (coin(rng)) hi[k] = static_cast<int16_t>(-hi[k]);
+        hi[taps + k] = static_cast<int16_t>(lo(rng));
+      }
+      auto x = make_signal(1 + taps, fill, rng);
+      if (round == 3)
+        for (uint32_t k = 0; k < taps; ++k) x[1 + k] = hi[k] < 0 ? -32768 : 32767;
+      int64_t want_hi = 0, want_lo = 0;
+      for (uint32_t k = 0; k < taps; ++k) {
+        want_hi += int64_t{x[1 + k]} * hi[k];
+        want_lo += int64_t{x[1 + k]} * hi[taps + k];
+      }
+      ASSERT_EQ(set.hq_dot(x.data() + 1, hi, taps, shift), want_hi * (int64_t{1} << shift) + want_lo)
+          << set.name << " hq_dot taps=" << taps << " fill=" << int(fill) << " round " << round;
+    }
+  }
+}
+
 TEST(FirKernels, EveryBuildMatchesTheGeneralFormOnRandomAndExtremeInput) {
   std::mt19937 rng(1234);
   for (const auto *set : runnable_sets()) {
@@ -53,6 +92,7 @@ TEST(FirKernels, EveryBuildMatchesTheGeneralFormOnRandomAndExtremeInput) {
         }
       }
     }
+    for (Fill fill : {Fill::kRandom, Fill::kFullScale, Fill::kExtremes}) check_hq_dot(*set, fill, rng);
   }
 }
 

@@ -64,9 +64,15 @@ Failure run(const PipelineRequest &r, const FrameSource &produce, const std::str
   CHECK_ALSA(snd_pcm_hw_params_set_rate(pcm, hw, r.in_rate, 0));
   snd_pcm_uframes_t period = r.period_frames;
   int dir = 0;
-  CHECK_ALSA(snd_pcm_hw_params_set_period_size_near(pcm, hw, &period, &dir));
-  snd_pcm_uframes_t buffer = period * 4;
-  CHECK_ALSA(snd_pcm_hw_params_set_buffer_size_near(pcm, hw, &buffer));
+  if (period != 0) {
+    CHECK_ALSA(snd_pcm_hw_params_set_period_size_near(pcm, hw, &period, &dir));
+    snd_pcm_uframes_t buffer = period * 4;
+    CHECK_ALSA(snd_pcm_hw_params_set_buffer_size_near(pcm, hw, &buffer));
+  } else {
+    unsigned buffer_us = 500000, period_us = 125000;
+    CHECK_ALSA(snd_pcm_hw_params_set_buffer_time_near(pcm, hw, &buffer_us, &dir));
+    CHECK_ALSA(snd_pcm_hw_params_set_period_time_near(pcm, hw, &period_us, &dir));
+  }
   CHECK_ALSA(snd_pcm_hw_params(pcm, hw));
   CHECK_ALSA(snd_pcm_hw_params_get_period_size(hw, &period, &dir));
   result.client_period = period;
@@ -121,7 +127,9 @@ PipelineResult play_through_alsa(const PipelineRequest &request,
     const size_t n = left < wanted ? left : wanted;
     std::copy_n(interleaved_input.data() + at * request.channels, n * request.channels, frames);
     at += n;
-    return n;
+    if (n == 0 || n == wanted || !request.pad_last_period) return n;
+    std::fill_n(frames + n * request.channels, (wanted - n) * request.channels, int16_t{0});
+    return wanted;
   };
   const Failure f = run(request, from_vector, path, result);
   result.error = f.error;

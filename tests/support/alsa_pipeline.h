@@ -13,7 +13,10 @@ struct PipelineRequest {
   unsigned in_rate = 48000;
   unsigned out_rate = 48000;
   unsigned channels = 1;
-  unsigned long period_frames = 1024;  // client period asked for
+  // Client period asked for; 0 asks what aplay does when given none (a buffer
+  // near 500 ms in periods near a quarter of it) and lets alsa-lib choose.
+  unsigned long period_frames = 1024;
+  bool pad_last_period = false;  // complete the last period with silence, as aplay does
   std::string converter = "skelda";
 };
 
