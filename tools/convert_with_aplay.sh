@@ -1,10 +1,11 @@
 #!/usr/bin/env bash
-# Plays a WAV file through the real alsa-lib with the skelda rate converter,
+# Plays a WAV file through the real alsa-lib with the skelda rate converters,
 # using aplay from alsa-utils, into a `file` PCM on a `null` slave, and reports
 # what was converted.
 #
 #   tools/convert_with_aplay.sh                  generated test signals, several rate pairs
 #   tools/convert_with_aplay.sh IN.wav RATE...   IN.wav converted to each RATE
+#   CONVERTER=skelda_hq tools/convert_with_aplay.sh IN.wav RATE...
 #
 # Converted files are written to out/.
 set -euo pipefail
@@ -13,23 +14,24 @@ root=$PWD
 
 bash tools/install_deps.sh
 cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
-ninja -C build asound_module_rate_skelda >/dev/null
+ninja -C build asound_module_rate_skelda asound_module_rate_skelda_hq >/dev/null
 
 mkdir -p out
 conf=$(mktemp /tmp/skelda-aplay-XXXXXX.conf)
 trap 'rm -f "$conf"' EXIT
 
-# convert IN RATE: one run of aplay through a rate PCM converting to RATE.
+# convert IN RATE [CONVERTER]: one run of aplay through a rate PCM converting
+# to RATE with CONVERTER (skelda unless $CONVERTER says otherwise).
 convert() {
-  local in=$1 rate=$2
+  local in=$1 rate=$2 converter=${3:-${CONVERTER:-skelda}}
   local name out log
   name=$(basename "${in%.*}")
-  out="$root/out/${name}_to_${rate}.wav"
-  log="$root/out/${name}_to_${rate}.log"
+  out="$root/out/${name}_to_${rate}_${converter}.wav"
+  log="$root/out/${name}_to_${rate}_${converter}.log"
   cat >"$conf" <<CONF
 pcm.skelda_file {
   type rate
-  converter "skelda"
+  converter "$converter"
   slave {
     pcm { type file slave.pcm "null" file "$out" format "wav" }
     rate $rate
@@ -42,7 +44,7 @@ CONF
   printf '%s (%s Hz, %s ch, %s frames) -> %s (%s Hz, %s frames)\n' \
     "$in" "$(soxi -r "$in")" "$(soxi -c "$in")" "$(soxi -s "$in")" \
     "out/$(basename "$out")" "$(soxi -r "$out")" "$(soxi -s "$out")"
-  printf '  %s\n' "$(grep -m1 'RSMPL Converter:' "$log")"
+  printf '  %s\n' "$(grep -m1 -E 'RSMPL (HQ )?Converter:' "$log")"
 }
 
 if [ $# -ge 2 ]; then
@@ -63,3 +65,10 @@ convert out/tones_44100.wav 22050   # FIR down by 2
 convert out/sweep_44100.wav 32000   # linear down
 convert out/voice_16000.wav 48000   # FIR up by 3
 convert out/voice_16000.wav 8000    # FIR down by 2
+
+# The same material through the high-quality converter, at any pair.
+sox -q -n -r 96000 -c 2 -b 16 out/hires_96000.wav synth 3 sine 997 sine 15000 vol 0.5
+convert out/tones_44100.wav 48000 skelda_hq
+convert out/sweep_44100.wav 32000 skelda_hq
+convert out/hires_96000.wav 44100 skelda_hq
+convert out/voice_16000.wav 44100 skelda_hq

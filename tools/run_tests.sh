@@ -5,7 +5,7 @@
 #  1b. the Debian packages: built, lintian, installed, used, purged;
 #  2. the same suites built with AddressSanitizer and UndefinedBehaviorSanitizer;
 #  3. the thread tests (plugin and engine) under ThreadSanitizer;
-#  4. a one-minute run of every libFuzzer target over its corpus
+#  4. a 30-second run of every libFuzzer target over its corpus
 #     (SKELDA_FUZZ_SECONDS sets the time per target).
 #  5. arm64 and armhf cross builds, their suites under qemu-user with the
 #     reduced workload (SKELDA_REDUCED=1; tests that need the build
@@ -42,7 +42,7 @@ norandom="setarch $(uname -m) -R"
 $norandom ./build-tsan/tests/test_frontend --gtest_filter='Threads*'
 $norandom ./build-tsan/tests/test_rsmpl --gtest_filter='EngineThreads*'
 
-echo "== libFuzzer, ${SKELDA_FUZZ_SECONDS:-60} s per target"
+echo "== libFuzzer, ${SKELDA_FUZZ_SECONDS:-30} s per target"
 CC=clang CXX=clang++ cmake -S . -B build-fuzz -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
   -DSKELDA_FUZZ=ON -DSKELDA_SANITIZE=ON -DSKELDA_TESTS=OFF -DSKELDA_BENCH=OFF >/dev/null
 ninja -C build-fuzz
@@ -52,7 +52,7 @@ for fuzzer in build-fuzz/tests/fuzz/fuzz_*; do
   scratch=$(mktemp -d)
   # New inputs go to a scratch directory so the committed corpus stays as it is.
   status=0
-  "$fuzzer" -max_total_time="${SKELDA_FUZZ_SECONDS:-60}" -print_final_stats=1 \
+  "$fuzzer" -max_total_time="${SKELDA_FUZZ_SECONDS:-30}" -print_final_stats=1 \
     -artifact_prefix="$scratch/" "$scratch" "$corpus" >"$scratch/log" 2>&1 || status=$?
   echo "$name: $(grep -E '^Done' "$scratch/log" || true)"
   if [ "$status" != 0 ]; then

@@ -46,3 +46,10 @@ readelf -d "$stage/engine_example" | grep -q 'NEEDED.*\[libskelda\.so\.0\]' \
 libdir=$(dirname "$(find "$stage" -name libskelda.so.0)")
 LD_PRELOAD="${SKELDA_SANITIZER_PRELOAD:-}" LD_LIBRARY_PATH="$libdir" "$stage/engine_example" | tee "$stage/example.log"
 grep -q '48000 samples in, 4[0-9]* out' "$stage/example.log" || { echo "FAIL: example did not run"; exit 1; }
+
+# The high-quality resampler's example, through the installed library: 100
+# blocks of 441 frames at 44100 Hz give exactly one second at 48000 Hz.
+cc -std=c99 -Wall -Werror -o "$stage/hq_example" "$(dirname "$0")/../../examples/hq_example.c" \
+  $(pkg-config --cflags --libs skelda) -lm || { echo "FAIL: hq example does not build"; exit 1; }
+LD_PRELOAD="${SKELDA_SANITIZER_PRELOAD:-}" LD_LIBRARY_PATH="$libdir" "$stage/hq_example" | tee "$stage/hq.log"
+grep -q '^44100 frames in, 48000 out' "$stage/hq.log" || { echo "FAIL: hq example did not run"; exit 1; }
