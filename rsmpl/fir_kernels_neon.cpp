@@ -316,6 +316,51 @@ struct NeonDot {
     const int32_t hi = sum_lanes(vaddq_s32(hi0, hi1)), lo = sum_lanes(vaddq_s32(lo0, lo1));
     return static_cast<int64_t>(hi) * (int64_t{1} << shift) + lo;
   }
+
+  // Four outputs at once: their lane sums folded together, then combined,
+  // rounded and saturated in vector registers exactly as hq_output does.
+  static void hq_dot4(const int16_t *const *x, const int16_t *const *c, uint32_t taps,
+                      uint32_t shift, uint32_t out_shift, int16_t *const *y) {
+    int32x4_t hi[4], lo[4];
+    for (int j = 0; j < 4; ++j) hi[j] = lo[j] = vdupq_n_s32(0);
+    for (uint32_t t = 0; t < taps; t += 8) {
+      for (int j = 0; j < 4; ++j) {
+        const int16x8_t xs = vld1q_s16(x[j] + t);
+        const int16x8_t h = vld1q_s16(c[j] + t), l = vld1q_s16(c[j] + taps + t);
+        hi[j] = vmlal_s16(hi[j], vget_low_s16(xs), vget_low_s16(h));
+        hi[j] = vmlal_s16(hi[j], vget_high_s16(xs), vget_high_s16(h));
+        lo[j] = vmlal_s16(lo[j], vget_low_s16(xs), vget_low_s16(l));
+        lo[j] = vmlal_s16(lo[j], vget_high_s16(xs), vget_high_s16(l));
+      }
+    }
+    const int32x4_t h = fold4(hi), l = fold4(lo);
+    const int64x2_t up = vdupq_n_s64(shift), down = vdupq_n_s64(-static_cast<int64_t>(out_shift));
+    // (hi 2^s + lo), then a rounding shift right: 2^(f-1) added at full
+    // precision, so half rounds up.
+    const int64x2_t s01 = vrshlq_s64(vaddq_s64(vshlq_s64(vmovl_s32(vget_low_s32(h)), up),
+                                               vmovl_s32(vget_low_s32(l))), down);
+    const int64x2_t s23 = vrshlq_s64(vaddq_s64(vshlq_s64(vmovl_s32(vget_high_s32(h)), up),
+                                               vmovl_s32(vget_high_s32(l))), down);
+    const int16x4_t v = vqmovn_s32(vcombine_s32(vqmovn_s64(s01), vqmovn_s64(s23)));
+    *y[0] = vget_lane_s16(v, 0);
+    *y[1] = vget_lane_s16(v, 1);
+    *y[2] = vget_lane_s16(v, 2);
+    *y[3] = vget_lane_s16(v, 3);
+  }
+
+ private:
+  // The totals of v[0..3]'s lanes, in that order, modulo 2^32.
+  static int32x4_t fold4(const int32x4_t *v) {
+#if defined(__aarch64__)
+    return vpaddq_s32(vpaddq_s32(v[0], v[1]), vpaddq_s32(v[2], v[3]));
+#else
+    auto pair = [](int32x4_t a, int32x4_t b) {
+      return vpadd_s32(vpadd_s32(vget_low_s32(a), vget_high_s32(a)),
+                       vpadd_s32(vget_low_s32(b), vget_high_s32(b)));
+    };
+    return vcombine_s32(pair(v[0], v[1]), pair(v[2], v[3]));
+#endif
+  }
 };
 
 constexpr FirKernelSet kNeonSet = make_kernel_set<NeonDot>("neon");
