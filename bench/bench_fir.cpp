@@ -32,7 +32,8 @@ const KernelInfo kKernels[rsmpl::kFirKernelCount] = {
 
 std::vector<const rsmpl::FirKernelSet *> Sets() {
   std::vector<const rsmpl::FirKernelSet *> sets;
-  for (auto *s : {rsmpl::fir_kernels_scalar(), rsmpl::fir_kernels_sse2(), rsmpl::fir_kernels_avx2()})
+  for (auto *s : {rsmpl::fir_kernels_scalar(), rsmpl::fir_kernels_sse2(), rsmpl::fir_kernels_avx2(),
+                  rsmpl::fir_kernels_neon()})
     if (s) sets.push_back(s);
   return sets;
 }

@@ -46,6 +46,7 @@ struct FirKernelSet {
 const FirKernelSet *fir_kernels_scalar();
 const FirKernelSet *fir_kernels_sse2();
 const FirKernelSet *fir_kernels_avx2();
+const FirKernelSet *fir_kernels_neon();
 
 // The fastest set this CPU runs, chosen on first use.
 const FirKernelSet &fir_kernels_active();

@@ -9,6 +9,7 @@
 namespace rsmpl {
 
 static const FirKernelSet *choose_fir_kernels() {
+  if (const FirKernelSet *set = fir_kernels_neon()) return set;
   if (const FirKernelSet *set = fir_kernels_avx2()) return set;
   if (const FirKernelSet *set = fir_kernels_sse2()) return set;
   return fir_kernels_scalar();

@@ -34,7 +34,7 @@ snd_pcm_uframes_t pcm_rsmpl_input_frames(void *obj, snd_pcm_uframes_t frames) {
 
 snd_pcm_uframes_t pcm_rsmpl_output_frames(void *obj, snd_pcm_uframes_t frames) {
   if (frames == 0) return 0;
-  return (frames * record(obj)->pitch + 0x40000) >> 19;
+  return (static_cast<uint64_t>(frames) * record(obj)->pitch + 0x40000) >> 19;
 }
 
 // Starts from the rounded ratio of the periods and steps the pitch one unit

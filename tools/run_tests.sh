@@ -7,6 +7,9 @@
 #  3. the thread tests (plugin and engine) under ThreadSanitizer;
 #  4. a 30-second run of every libFuzzer target over its corpus
 #     (SKELDA_FUZZ_SECONDS sets the time per target).
+#  5. arm64 and armhf cross builds, their suites under qemu-user with the
+#     reduced workload (SKELDA_REDUCED=1; tests that need the build
+#     machine's aplay are not part of cross builds).
 # SKELDA_QUICK=1 runs step 1 only.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -58,5 +61,14 @@ for fuzzer in build-fuzz/tests/fuzz/fuzz_*; do
     exit 1
   fi
   rm -rf "$scratch"
+done
+
+echo "== arm64 and armhf under qemu-user, reduced workload"
+bash tools/install_cross_deps.sh arm64 armhf
+for arch in arm64 armhf; do
+  cmake -S . -B "build-$arch" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+    -DCMAKE_TOOLCHAIN_FILE="cmake/toolchain-$arch.cmake" -DSKELDA_BENCH=OFF >/dev/null
+  ninja -C "build-$arch"
+  (cd "build-$arch" && SKELDA_REDUCED=1 SKELDA_SOAK_SECONDS=10 ctest --output-on-failure)
 done
 echo "all suites passed"

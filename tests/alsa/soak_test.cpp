@@ -3,7 +3,8 @@
 // every frame is as smooth as the tone (no discontinuity anywhere), and the
 // process's memory stays flat.
 //
-// SKELDA_SOAK_SECONDS sets the audio per path (default 120); the period size
+// SKELDA_SOAK_SECONDS sets the audio per path (default 120, 10 under
+// SKELDA_REDUCED); the period size
 // of each path is drawn from SKELDA_SOAK_SEED, by default a new seed each run
 // (the seed is printed with any failure).
 #include <fcntl.h>
@@ -23,6 +24,7 @@
 #include <thread>
 
 #include "support/alsa_pipeline.h"
+#include "support/workload.h"
 
 namespace {
 
@@ -86,7 +88,7 @@ struct SoakPath {
 };
 
 TEST(AlsaSoak, LongStreamsKeepLengthSmoothnessAndMemory) {
-  const unsigned seconds = env_or("SKELDA_SOAK_SECONDS", 120);
+  const unsigned seconds = env_or("SKELDA_SOAK_SECONDS", workload(120u, 10u));
   const unsigned seed = env_or("SKELDA_SOAK_SEED", unsigned(std::chrono::steady_clock::now()
                                                                  .time_since_epoch()
                                                                  .count()));

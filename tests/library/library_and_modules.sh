@@ -7,6 +7,7 @@ set -euo pipefail
 program=$1
 log=$(mktemp -d /tmp/skelda-bindings-XXXXXX)
 trap 'rm -rf "$log"' EXIT
-ALSA_PLUGIN_DIR=$2 LD_DEBUG=bindings LD_DEBUG_OUTPUT="$log/ld" "$program"
+# SKELDA_EMULATOR: how a cross build runs the target's programs.
+ALSA_PLUGIN_DIR=$2 LD_DEBUG=bindings LD_DEBUG_OUTPUT="$log/ld" ${SKELDA_EMULATOR:-} "$program"
 crossed=$(cat "$log"/ld.* | grep -E 'libasound_module_rate_skelda(_hq)?\.so .* to .*libskelda\.so' || true)
 [ -z "$crossed" ] || { echo "FAIL: a module calls into the program's libskelda:"; echo "$crossed" | head; exit 1; }

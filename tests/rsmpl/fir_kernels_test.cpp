@@ -9,6 +9,7 @@
 
 #include "rsmpl/fir_reference.h"
 #include "skelda/rsmpl_fir.h"
+#include "support/workload.h"
 
 namespace {
 
@@ -82,7 +83,7 @@ TEST(FirKernels, EveryBuildMatchesTheGeneralFormOnRandomAndExtremeInput) {
   for (const auto *set : runnable_sets()) {
     for (const auto &k : kernel_specs()) {
       for (Fill fill : {Fill::kRandom, Fill::kFullScale, Fill::kExtremes}) {
-        for (int n = 0; n <= 400; n += (n < 40 ? 1 : 7)) {
+        for (int n = 0; n <= 400; n += (n < 40 ? 1 : workload(7, 23))) {
           const auto buffer = make_signal(n + k.history, fill, rng);
           const auto want = general_form(k, buffer.data(), n);
           const int in_shift = n % 2, out_shift = (n / 2) % 2;

@@ -70,7 +70,7 @@ inline std::vector<int16_t> general_form(const KernelSpec &k, const int16_t *in,
 inline std::vector<const rsmpl::FirKernelSet *> runnable_sets() {
   std::vector<const rsmpl::FirKernelSet *> sets;
   for (auto *set : {rsmpl::fir_kernels_scalar(), rsmpl::fir_kernels_sse2(),
-                    rsmpl::fir_kernels_avx2()})
+                    rsmpl::fir_kernels_avx2(), rsmpl::fir_kernels_neon()})
     if (set) sets.push_back(set);
   return sets;
 }

@@ -11,6 +11,7 @@
 
 #include "skelda/fixed_point.h"
 #include "tests/rsmpl/sinc_test_support.h"
+#include "support/workload.h"
 
 namespace {
 
@@ -66,7 +67,7 @@ int PreShift(float ratio) {
 
 TEST(SincKernel, MatchesTheDoubleModelOnNoise) {
   Lcg random(7);
-  std::vector<int16_t> input(12000);
+  std::vector<int16_t> input(workload(12000, 4000));
   for (int16_t &x : input) x = static_cast<int16_t>(random.Uniform(-16000, 16000));
   for (float ratio : kRatios) {
     const std::vector<Output> outputs = RunStream(input, ratio, 701);
@@ -220,7 +221,7 @@ TEST(SincKernel, FullScaleSquareSaturatesInsteadOfWrapping) {
 // cut must agree with the double model at its own output times.
 TEST(SincStream, OutputDoesNotDependOnHowTheStreamIsCut) {
   Lcg random(99);
-  std::vector<int16_t> input = Sine(9000, 0.037, 15000.0);
+  std::vector<int16_t> input = Sine(workload(9000, 3000), 0.037, 15000.0);
   for (size_t i = 0; i < input.size(); ++i) input[i] += static_cast<int16_t>(random.Uniform(-500, 500));
   for (float ratio : kRatios) {
     const bool exactStep = ToUFix(24, 1.0f / ratio) % 256 == 0;

@@ -10,6 +10,7 @@
 #include "rsmpl/context.h"
 #include "rsmpl/fir_reference.h"
 #include "skelda/rsmpl_fir.h"
+#include "support/workload.h"
 
 namespace {
 
@@ -89,7 +90,7 @@ std::vector<int> block_lengths(const Stage &s, std::mt19937 &rng) {
                               allowed(s.boundary - 1), allowed(s.max_length),
                               allowed(3 * s.boundary + 5)};
   std::uniform_int_distribution<int> any(s.min_length, s.max_length);
-  for (int i = 0; i < 10; ++i) lengths.push_back(allowed(any(rng)));
+  for (int i = workload(0, 7); i < 10; ++i) lengths.push_back(allowed(any(rng)));
   return lengths;
 }
 

@@ -56,7 +56,8 @@ TEST(Smoothing, MatchTheirFormulasOnRandomArguments) {
   }
 }
 
-// A plain FIR over history followed by block, scaled exactly (128-bit).
+// A plain FIR over history followed by block, scaled exactly: a scaled sum
+// of 2^40 or more in magnitude saturates whatever its low bits.
 std::vector<int16_t> fir_reference(const std::vector<int16_t> &history,
                                    const std::vector<int16_t> &block,
                                    const std::vector<int16_t> &coefs, int shift) {
@@ -65,9 +66,14 @@ std::vector<int16_t> fir_reference(const std::vector<int16_t> &history,
   std::vector<int16_t> out;
   const size_t taps = coefs.size();
   for (size_t i = 0; i < block.size(); ++i) {
-    __int128 acc = 0;
+    int64_t acc = 0;
     for (size_t j = 0; j < taps; ++j) acc += int32_t{coefs[j]} * joined[taps + i - j];
-    __int128 v = acc * (__int128{1} << (shift + 1)) + 32768;
+    const int k = shift + 1;
+    int64_t v = 32768;
+    if (acc != 0 && (k >= 40 || (acc < 0 ? -acc : acc) >= int64_t{1} << (40 - k)))
+      v = acc > 0 ? INT64_MAX : INT64_MIN;
+    else if (acc != 0)
+      v = acc * (int64_t{1} << k) + 32768;
     out.push_back(v > INT32_MAX ? 32767 : v < INT32_MIN ? -32768 : static_cast<int16_t>(v >> 16));
   }
   return out;
