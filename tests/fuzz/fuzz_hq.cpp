@@ -1,0 +1,179 @@
+// The high-quality resampler's calls in arbitrary order: Init with any rates,
+// channels and sizes, SetRatio with any counts, Process with any frame
+// counts and rooms (heap buffers of exactly that size, or one buffer for
+// both), Reset, the count queries and GetInfo. Beside the sanitizers'
+// checks, every call is held to a model of the stream kept apart from the
+// library: the status each call must give, and exactly the outputs the
+// stream position allows after every Process.
+#include <cstring>
+#include <memory>
+#include <numeric>
+#include <vector>
+
+#include "skelda/rsmpl_hq.h"
+#include "tests/fuzz/fuzz_input.h"
+#include "tests/support/hq_reference.h"
+
+namespace {
+
+#define CHECK(cond)                \
+  do {                             \
+    if (!(cond)) __builtin_trap(); \
+  } while (0)
+
+const uint32_t kRates[] = {8000,  11025, 16000,  22050,  32000,  44100, 48000, 88200,
+                           96000, 176400, 192000, 7999, 192001, 0,     191999, 8001};
+
+uint32_t pick_rate(FuzzInput &in) {
+  const uint8_t how = in.take<uint8_t>();
+  if (how < 160) return kRates[how % 16];
+  if (how < 250) return 8000 + in.below(184001);
+  return in.take<uint32_t>();
+}
+
+bool rate_ok(uint32_t r) { return r >= 8000 && r <= 192000; }
+
+struct Stream {
+  std::unique_ptr<uint64_t[]> block;
+  RSMPL_HqState *st = nullptr;
+  uint32_t in_rate = 0, out_rate = 0, channels = 0;
+  hq_test::Segment seg{1, 1};
+  uint64_t fed = 0, written = 0;  // since the stream's start
+};
+
+// A counts query capped as the calls cap it.
+uint32_t capped(uint64_t v) { return v > UINT32_MAX ? UINT32_MAX : static_cast<uint32_t>(v); }
+
+void init(Stream &s, FuzzInput &in) {
+  const uint32_t in_rate = pick_rate(in), out_rate = pick_rate(in);
+  const uint32_t channels = in.below(11);
+  uint32_t size = 0;
+  const RSMPL_Status sized = RSMPL_HqGetStateSize(in_rate, out_rate, channels, &size);
+  CHECK(sized == (!rate_ok(in_rate) || !rate_ok(out_rate) ? 3u
+                  : channels < 1 || channels > 8         ? 4u
+                                                         : 0u));
+  if (sized != RSMPL_OK) {
+    if (s.st) CHECK(RSMPL_HqInit(s.st, 1u << 20, in_rate, out_rate, channels) == sized);
+    return;
+  }
+  const uint32_t short_by = in.take<uint8_t>() % 4 == 0 ? 1 + in.below(64) : 0;
+  if (short_by != 0 && s.st) {
+    CHECK(RSMPL_HqInit(s.st, size - short_by, in_rate, out_rate, channels) == 4);
+    return;  // the old stream runs on
+  }
+  s.block.reset(new uint64_t[size / 8]);
+  s.st = reinterpret_cast<RSMPL_HqState *>(s.block.get());
+  CHECK(RSMPL_HqInit(s.st, size, in_rate, out_rate, channels) == RSMPL_OK);
+  s.in_rate = in_rate;
+  s.out_rate = out_rate;
+  s.channels = channels;
+  s.seg = hq_test::fresh(out_rate, in_rate);
+  s.fed = s.written = 0;
+}
+
+void set_ratio(Stream &s, FuzzInput &in) {
+  uint32_t out_n, in_n;
+  if (in.take<uint8_t>() & 1) {
+    // Near the rates' ratio: periods as alsa-lib might pick them.
+    in_n = 1 + in.below(1u << 16);
+    out_n = static_cast<uint32_t>(uint64_t{in_n} * s.out_rate / s.in_rate) + in.below(64) - 32;
+  } else {
+    out_n = in.take<uint32_t>();
+    in_n = in.take<uint32_t>();
+  }
+  bool ok = out_n != 0 && in_n != 0;
+  if (ok) {
+    const uint64_t g = std::gcd(out_n, in_n);
+    const uint64_t given = uint64_t{out_n} * s.in_rate, nominal = uint64_t{in_n} * s.out_rate;
+    const uint64_t diff = given > nominal ? given - nominal : nominal - given;
+    ok = out_n / g < (1u << 24) && in_n / g < (1u << 24) && diff * 16 <= nominal;
+  }
+  CHECK(RSMPL_HqSetRatio(s.st, out_n, in_n) == (ok ? 0u : 3u));
+  if (!ok) return;
+  const hq_test::Segment next = hq_test::at(s.seg, s.written);
+  const hq_test::Segment ratio = hq_test::fresh(out_n, in_n);
+  s.seg = {ratio.L, ratio.M, next.e, next.r * ratio.L / s.seg.L};
+  s.written = 0;  // counted within the segment from here on
+}
+
+void process(Stream &s, FuzzInput &in) {
+  const uint32_t ch = s.channels;
+  const uint8_t how = in.take<uint8_t>();
+  uint32_t frames = (how & 0xe0) == 0xe0 ? in.below(70000) : in.below(1200);
+  uint32_t predicted = 0;
+  CHECK(RSMPL_HqOutputFrames(s.st, frames, &predicted) == RSMPL_OK);
+  CHECK(predicted == capped(hq_test::ready(s.seg, s.fed + frames) - s.written));
+  if (uint64_t{predicted} * ch > (1u << 22)) frames = 1;  // keep buffers modest
+  CHECK(RSMPL_HqOutputFrames(s.st, frames, &predicted) == RSMPL_OK);
+  uint32_t room;
+  switch (how % 4) {
+    case 0: room = predicted; break;
+    case 1: room = predicted + in.below(8); break;
+    case 2: room = in.below(predicted + 2); break;
+    default: room = in.below(4096); break;
+  }
+  const bool shared = (how & 0x40) != 0;
+  const bool shrinks = s.seg.L <= s.seg.M;
+  std::vector<int16_t> src(static_cast<size_t>(frames) * ch);
+  for (auto &v : src) v = in.take<int16_t>();
+  std::unique_ptr<int16_t[]> dst(new int16_t[static_cast<size_t>(room) * ch]);
+  int16_t *out = dst.get();
+  if (shared) {
+    src.resize(std::max<size_t>(src.size(), static_cast<size_t>(room) * ch));
+    out = src.data();
+  }
+  uint32_t consumed = frames, written = room;
+  const RSMPL_Status status =
+      RSMPL_HqProcess(s.st, src.data(), &consumed, out, &written);
+  if (shared && !shrinks && frames != 0 && room != 0) {
+    CHECK(status == 8 && consumed == frames && written == room);
+    return;
+  }
+  CHECK(status == RSMPL_OK);
+  CHECK(consumed <= frames && written <= room);
+  if (room >= predicted) CHECK(consumed == frames && written == predicted);
+  s.fed += consumed;
+  s.written += written;
+  CHECK(s.written == hq_test::ready(s.seg, s.fed));
+  if (consumed < frames)  // stopped only because the next frame's outputs do not fit
+    CHECK(written + hq_test::ready(s.seg, s.fed + 1) - s.written > room);
+}
+
+void query(Stream &s, FuzzInput &in) {
+  const uint32_t k = in.take<uint8_t>() & 1 ? in.below(5000) : in.take<uint32_t>();
+  uint32_t need = 0;
+  CHECK(RSMPL_HqInputFrames(s.st, k, &need) == RSMPL_OK);
+  if (need != UINT32_MAX) {
+    CHECK(hq_test::ready(s.seg, s.fed + need) - s.written >= k);
+    if (need > 0) CHECK(hq_test::ready(s.seg, s.fed + need - 1) - s.written < k);
+  }
+  RSMPL_HqInfo info{};
+  CHECK(RSMPL_HqGetInfo(s.st, &info) == RSMPL_OK);
+  CHECK(info.inRate == s.in_rate && info.outRate == s.out_rate && info.channels == s.channels);
+  CHECK(info.ratioOut == s.seg.L && info.ratioIn == s.seg.M);
+  CHECK(info.delayFrames == info.taps / 2 && info.interpolated == (info.ratioOut > info.phases));
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+  FuzzInput in(data, size);
+  Stream s;
+  for (int step = 0; step < 64 && !in.empty(); ++step) {
+    const uint8_t action = in.take<uint8_t>() % 8;
+    if (action == 0 || s.st == nullptr) {
+      init(s, in);
+    } else if (action == 1) {
+      set_ratio(s, in);
+    } else if (action == 2) {
+      CHECK(RSMPL_HqReset(s.st) == RSMPL_OK);
+      s.seg = hq_test::fresh(s.seg.L, s.seg.M);
+      s.fed = s.written = 0;
+    } else if (action == 3) {
+      query(s, in);
+    } else {
+      process(s, in);
+    }
+  }
+  return 0;
+}
