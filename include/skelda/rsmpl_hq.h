@@ -98,13 +98,16 @@ SKELDA_API RSMPL_Status RSMPL_HqProcess(RSMPL_HqState *state, const int16_t *in,
                                         uint32_t *inFrames, int16_t *out, uint32_t *outFrames);
 
 /* Output frames RSMPL_HqProcess would write for `inFrames` input frames with
- * unlimited room, from the current position. 1, 7, then 2 for null result. */
+ * unlimited room, from the current position (capped at UINT32_MAX). 1, 7,
+ * then 2 for null result. */
 SKELDA_API RSMPL_Status RSMPL_HqOutputFrames(const RSMPL_HqState *state, uint32_t inFrames,
                                              uint32_t *outFrames);
 
-/* Input frames needed to make exactly `outFrames` more outputs ready: the
- * least input that yields them (a call given that input and that room
- * consumes it all and writes them all). 1, 7, then 2 for null result. */
+/* The least input frames after which at least `outFrames` more outputs are
+ * ready (capped at UINT32_MAX). Its last frame may make more outputs ready
+ * than that: a call given that input and room for exactly `outFrames`
+ * consumes it all only when it does not (room for the ratio's ceiling more
+ * always suffices). 1, 7, then 2 for null result. */
 SKELDA_API RSMPL_Status RSMPL_HqInputFrames(const RSMPL_HqState *state, uint32_t outFrames,
                                             uint32_t *inFrames);
 
