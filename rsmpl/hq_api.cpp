@@ -2,6 +2,7 @@
 // the order the header gives, before anything changes.
 #include <cstdint>
 #include <cstring>
+#include <numeric>
 
 #include "rsmpl/hq_state.h"
 
@@ -27,20 +28,11 @@ bool state_ok(const RSMPL_HqState *st) {
          st->end + 1 >= st->taps;
 }
 
-uint64_t gcd(uint64_t a, uint64_t b) {
-  while (b != 0) {
-    const uint64_t t = a % b;
-    a = b;
-    b = t;
-  }
-  return a;
-}
-
 // out/in within 1/16 of out_rate/in_rate, with both terms in lowest form
 // below 2^24.
 bool ratio_ok(const RSMPL_HqState *st, uint32_t out_frames, uint32_t in_frames) {
   if (out_frames == 0 || in_frames == 0) return false;
-  const uint64_t g = gcd(out_frames, in_frames);
+  const uint64_t g = std::gcd(uint64_t{out_frames}, uint64_t{in_frames});
   if (out_frames / g >= rsmpl::kHqMaxTerm || in_frames / g >= rsmpl::kHqMaxTerm) return false;
   const uint64_t given = uint64_t{out_frames} * st->in_rate;
   const uint64_t nominal = uint64_t{in_frames} * st->out_rate;

@@ -4,6 +4,7 @@
 // coefficients; divisions happen here, never per sample.
 #include <cstdlib>
 #include <cstring>
+#include <numeric>
 
 #include "rsmpl/hq_state.h"
 #include "rsmpl/hq_tables.h"
@@ -34,15 +35,6 @@ int64_t prototype_at(uint64_t u, uint64_t den) {
     sum += w[i] * table[idx < 0 ? -idx : idx];
   }
   return (sum + (int64_t{1} << 29)) >> 30;
-}
-
-uint64_t gcd(uint64_t a, uint64_t b) {
-  while (b != 0) {
-    const uint64_t t = a % b;
-    a = b;
-    b = t;
-  }
-  return a;
 }
 
 }  // namespace
@@ -122,7 +114,7 @@ bool hq_build_phases(RSMPL_HqState *st, uint32_t phases) {
 }
 
 bool hq_set_ratio(RSMPL_HqState *st, uint32_t out_frames, uint32_t in_frames) {
-  const uint64_t g = gcd(out_frames, in_frames);
+  const uint64_t g = std::gcd(uint64_t{out_frames}, uint64_t{in_frames});
   const uint32_t l = static_cast<uint32_t>(out_frames / g);
   const uint32_t m = static_cast<uint32_t>(in_frames / g);
   const uint32_t phases = l < st->max_phases ? l : st->max_phases - 1;

@@ -7,6 +7,7 @@
 #include <cstdlib>
 
 #include "skelda/rsmpl_hq.h"
+#include "src/hq_period.h"
 #include "src/rate_rsmpl.h"
 
 namespace {
@@ -61,19 +62,26 @@ void rsmpl_follow_periods(rsmpl_converter *rec, unsigned in_rate, unsigned out_r
                 up ? "UP" : "DOWN", in_rate, out_rate);
 }
 
-// Whole periods at the ratio set above convert exactly; anything else (which
-// alsa-lib does not send) still fills dst_frames, repeating the last frame.
 void src_hq_s16(void *obj, int16_t *dst, unsigned int dst_frames, const int16_t *src,
                 unsigned int src_frames) {
   auto *rec = static_cast<rsmpl_converter *>(obj);
-  if (rec->hq == nullptr) return;
+  uint32_t made = 0;
+  if (rec->hq != nullptr)
+    hq_convert_period(rec->hq, rec->channels, dst, dst_frames, src, src_frames, &made);
+}
+
+}  // extern "C"
+
+bool hq_convert_period(RSMPL_HqState *state, unsigned channels, int16_t *dst,
+                       unsigned dst_frames, const int16_t *src, unsigned src_frames,
+                       uint32_t *made) {
   uint32_t in = src_frames, out = dst_frames;
-  if (RSMPL_HqProcess(rec->hq, src, &in, dst, &out) != RSMPL_OK) return;
-  const unsigned channels = rec->channels;
+  *made = 0;
+  if (RSMPL_HqProcess(state, src, &in, dst, &out) != RSMPL_OK) return true;
+  *made = out;
   for (unsigned i = out; i < dst_frames; ++i)
     for (unsigned c = 0; c < channels; ++c)
       dst[static_cast<size_t>(i) * channels + c] =
           i == 0 ? 0 : dst[static_cast<size_t>(i - 1) * channels + c];
+  return in == src_frames && out == dst_frames;
 }
-
-}  // extern "C"

@@ -10,6 +10,7 @@
 
 #include "skelda/export.h"
 #include "skelda/rsmpl_hq.h"
+#include "src/hq_period.h"
 
 #define HQ_REPORT(...) snd_lib_error("src/rate_hq.cpp", __LINE__, __func__, 0, __VA_ARGS__)
 
@@ -107,19 +108,13 @@ void hq_convert_s16(void *obj, int16_t *dst, unsigned int dst_frames, const int1
                     unsigned int src_frames) {
   hq_converter *rec = record(obj);
   if (rec->state == nullptr) return;
-  uint32_t in = src_frames, out = dst_frames;
-  if (RSMPL_HqProcess(rec->state, src, &in, dst, &out) != RSMPL_OK) return;
-  if (in == src_frames && out == dst_frames) return;
-  if (!rec->mismatch_reported) {
-    rec->mismatch_reported = true;
-    HQ_REPORT("period of %u frames converted to %u of %u frames", src_frames,
-              static_cast<unsigned>(out), dst_frames);
-  }
-  const unsigned channels = rec->channels;
-  for (unsigned i = out; i < dst_frames; ++i)
-    for (unsigned c = 0; c < channels; ++c)
-      dst[static_cast<size_t>(i) * channels + c] =
-          i == 0 ? 0 : dst[static_cast<size_t>(i - 1) * channels + c];
+  uint32_t made = 0;
+  if (hq_convert_period(rec->state, rec->channels, dst, dst_frames, src, src_frames, &made) ||
+      rec->mismatch_reported)
+    return;
+  rec->mismatch_reported = true;
+  HQ_REPORT("period of %u frames converted to %u of %u frames", src_frames,
+            static_cast<unsigned>(made), dst_frames);
 }
 
 // Frames on the other side at the current ratio, rounded to nearest.
