@@ -13,6 +13,8 @@
 #include <cmath>
 #include <cstdint>
 
+#include "tools/sinc_table_rule.h"
+
 namespace hq_rule {
 
 constexpr int kOversample = 64;  // table entries per lower-rate sample
@@ -27,16 +29,8 @@ constexpr Prototype kPrototype{32, 10.0};
 // the four-point interpolation never reads outside.
 constexpr int Entries(const Prototype &p) { return p.half * kOversample + 2; }
 
-inline double BesselI0(double x) {
-  const double quarterSquare = x * x / 4.0;
-  double term = 1.0;
-  double sum = 1.0;
-  for (int k = 1; k < 300 && term > 1e-22 * sum; ++k) {
-    term *= quarterSquare / (static_cast<double>(k) * k);
-    sum += term;
-  }
-  return sum;
-}
+// The window's Bessel function is the sinc interpolator's.
+using sinc_rule::BesselI0;
 
 // The prototype at t lower-rate samples from its centre.
 inline double Value(const Prototype &p, double t) {
