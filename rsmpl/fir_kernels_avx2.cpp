@@ -6,6 +6,8 @@
 #if defined(__AVX2__)
 #include <immintrin.h>
 
+#include <cstring>
+
 #include "rsmpl/fir_kernel.h"
 #include "rsmpl/fir_sse2_helpers.h"
 
@@ -150,40 +152,47 @@ struct Avx2Dot {
     return combine(_mm_cvtsi128_si32(sums), _mm_extract_epi32(sums, 1), shift);
   }
 
-  // Four outputs at once: their sums folded together, then combined, rounded
-  // and saturated in vector registers exactly as hq_output does.
-  __attribute__((always_inline)) static void hq_dot4(const int16_t *const *x, const int16_t *const *c, uint32_t taps,
-                      uint32_t shift, uint32_t out_shift, int16_t *const *y) {
-    __m256i h0 = _mm256_setzero_si256(), h1 = h0, h2 = h0, h3 = h0;
-    __m256i l0 = h0, l1 = h0, l2 = h0, l3 = h0;
+  // Two frames of one or two channels: the channels share each coefficient
+  // load, and the (up to) four outputs share the reduction and the output
+  // step, taken in 32-bit lanes as hq_state.h describes.
+  template <int Channels>
+  static void hq_frames(const int16_t *x0, const int16_t *x1, size_t line, const int16_t *c0,
+                        const int16_t *c1, uint32_t taps, uint32_t shift, int16_t *y,
+                        size_t frame_step) {
+    // Accumulators by frame and channel: hi and lo sums.
+    __m256i h00 = _mm256_setzero_si256(), h01 = h00, h10 = h00, h11 = h00;
+    __m256i l00 = h00, l01 = h00, l10 = h00, l11 = h00;
     for (uint32_t t = 0; t < taps; t += 16) {
-      const __m256i x0 = load(x[0] + t), x1 = load(x[1] + t), x2 = load(x[2] + t), x3 = load(x[3] + t);
-      h0 = _mm256_add_epi32(h0, _mm256_madd_epi16(x0, load(c[0] + t)));
-      l0 = _mm256_add_epi32(l0, _mm256_madd_epi16(x0, load(c[0] + taps + t)));
-      h1 = _mm256_add_epi32(h1, _mm256_madd_epi16(x1, load(c[1] + t)));
-      l1 = _mm256_add_epi32(l1, _mm256_madd_epi16(x1, load(c[1] + taps + t)));
-      h2 = _mm256_add_epi32(h2, _mm256_madd_epi16(x2, load(c[2] + t)));
-      l2 = _mm256_add_epi32(l2, _mm256_madd_epi16(x2, load(c[2] + taps + t)));
-      h3 = _mm256_add_epi32(h3, _mm256_madd_epi16(x3, load(c[3] + t)));
-      l3 = _mm256_add_epi32(l3, _mm256_madd_epi16(x3, load(c[3] + taps + t)));
+      const __m256i hi0 = load(c0 + t), lo0 = load(c0 + taps + t);
+      const __m256i hi1 = load(c1 + t), lo1 = load(c1 + taps + t);
+      __m256i x = load(x0 + t);
+      h00 = _mm256_add_epi32(h00, _mm256_madd_epi16(x, hi0));
+      l00 = _mm256_add_epi32(l00, _mm256_madd_epi16(x, lo0));
+      x = load(x1 + t);
+      h10 = _mm256_add_epi32(h10, _mm256_madd_epi16(x, hi1));
+      l10 = _mm256_add_epi32(l10, _mm256_madd_epi16(x, lo1));
+      if constexpr (Channels == 2) {
+        x = load(x0 + line + t);
+        h01 = _mm256_add_epi32(h01, _mm256_madd_epi16(x, hi0));
+        l01 = _mm256_add_epi32(l01, _mm256_madd_epi16(x, lo0));
+        x = load(x1 + line + t);
+        h11 = _mm256_add_epi32(h11, _mm256_madd_epi16(x, hi1));
+        l11 = _mm256_add_epi32(l11, _mm256_madd_epi16(x, lo1));
+      }
     }
-    const __m256i hi = _mm256_cvtepi32_epi64(fold(h0, h1, h2, h3));
-    const __m256i lo = _mm256_cvtepi32_epi64(fold(l0, l1, l2, l3));
-    __m256i sum = _mm256_add_epi64(_mm256_sll_epi64(hi, _mm_cvtsi32_si128(static_cast<int>(shift))), lo);
-    // An arithmetic shift by way of a logical one: the bias makes the sum
-    // positive and is a multiple of 2^out_shift.
-    const int64_t bias = int64_t{1} << 62;
-    sum = _mm256_add_epi64(sum, _mm256_set1_epi64x(bias + (int64_t{1} << (out_shift - 1))));
-    sum = _mm256_srl_epi64(sum, _mm_cvtsi32_si128(static_cast<int>(out_shift)));
-    sum = _mm256_sub_epi64(sum, _mm256_set1_epi64x(bias >> out_shift));
-    // The shifted sums fit 32 bits; pack them, saturating to 16.
-    const __m128i low = _mm256_castsi256_si128(
-        _mm256_permutevar8x32_epi32(sum, _mm256_setr_epi32(0, 2, 4, 6, 0, 2, 4, 6)));
-    const __m128i v = _mm_packs_epi32(low, low);
-    *y[0] = static_cast<int16_t>(_mm_extract_epi16(v, 0));
-    *y[1] = static_cast<int16_t>(_mm_extract_epi16(v, 1));
-    *y[2] = static_cast<int16_t>(_mm_extract_epi16(v, 2));
-    *y[3] = static_cast<int16_t>(_mm_extract_epi16(v, 3));
+    // Lanes (frame 0 ch 0, frame 0 ch 1, frame 1 ch 0, frame 1 ch 1).
+    const __m128i hi = fold(h00, h01, h10, h11), lo = fold(l00, l01, l10, l11);
+    const __m128i v = hq_step(hi, lo, shift);
+    if constexpr (Channels == 2) {
+      const int32_t f0 = _mm_cvtsi128_si32(v), f1 = _mm_extract_epi32(v, 1);
+      std::memcpy(y, &f0, sizeof f0);
+      std::memcpy(y + frame_step, &f1, sizeof f1);
+    } else {
+      const int16_t f0 = static_cast<int16_t>(_mm_extract_epi16(v, 0));
+      const int16_t f1 = static_cast<int16_t>(_mm_extract_epi16(v, 2));
+      y[0] = f0;
+      y[frame_step] = f1;
+    }
   }
 
  private:
@@ -193,6 +202,15 @@ struct Avx2Dot {
     const __m256i ab = _mm256_hadd_epi32(a, b), cd = _mm256_hadd_epi32(c, d);
     const __m256i abcd = _mm256_hadd_epi32(ab, cd);
     return _mm_add_epi32(_mm256_castsi256_si128(abcd), _mm256_extracti128_si256(abcd, 1));
+  }
+  // The output step on four (hi, lo) sum pairs in 32-bit lanes, packed with
+  // saturation to int16 in the low four words.
+  static __m128i hq_step(__m128i hi, __m128i lo, uint32_t shift) {
+    const __m128i s = _mm_cvtsi32_si128(static_cast<int>(shift));
+    const __m128i bias = _mm_set1_epi32(1 << (shift + kHqHiShift - 1));
+    const __m128i sum = _mm_add_epi32(hi, _mm_sra_epi32(_mm_add_epi32(lo, bias), s));
+    const __m128i v = _mm_srai_epi32(sum, kHqHiShift);
+    return _mm_packs_epi32(v, v);
   }
   static int64_t combine(int32_t hi, int32_t lo, uint32_t shift) {
     return static_cast<int64_t>(hi) * (int64_t{1} << shift) + lo;

@@ -317,35 +317,40 @@ struct NeonDot {
     return static_cast<int64_t>(hi) * (int64_t{1} << shift) + lo;
   }
 
-  // Four outputs at once: their lane sums folded together, then combined,
-  // rounded and saturated in vector registers exactly as hq_output does.
-  static void hq_dot4(const int16_t *const *x, const int16_t *const *c, uint32_t taps,
-                      uint32_t shift, uint32_t out_shift, int16_t *const *y) {
+  // Two frames of one or two channels: the channels share each coefficient
+  // load, the outputs one reduction and output step, taken in 32-bit lanes
+  // as hq_state.h describes (lanes that wrap still add up exactly).
+  template <int Channels>
+  static void hq_frames(const int16_t *x0, const int16_t *x1, size_t line, const int16_t *c0,
+                        const int16_t *c1, uint32_t taps, uint32_t shift, int16_t *y,
+                        size_t frame_step) {
     int32x4_t hi[4], lo[4];
     for (int j = 0; j < 4; ++j) hi[j] = lo[j] = vdupq_n_s32(0);
+    const size_t second = Channels == 2 ? line : 0;
+    const int16_t *x[4] = {x0, x0 + second, x1, x1 + second};
     for (uint32_t t = 0; t < taps; t += 8) {
+      const int16x8_t h[2] = {vld1q_s16(c0 + t), vld1q_s16(c1 + t)};
+      const int16x8_t l[2] = {vld1q_s16(c0 + taps + t), vld1q_s16(c1 + taps + t)};
       for (int j = 0; j < 4; ++j) {
+        if (Channels == 1 && j % 2 == 1) continue;
         const int16x8_t xs = vld1q_s16(x[j] + t);
-        const int16x8_t h = vld1q_s16(c[j] + t), l = vld1q_s16(c[j] + taps + t);
-        hi[j] = vmlal_s16(hi[j], vget_low_s16(xs), vget_low_s16(h));
-        hi[j] = vmlal_s16(hi[j], vget_high_s16(xs), vget_high_s16(h));
-        lo[j] = vmlal_s16(lo[j], vget_low_s16(xs), vget_low_s16(l));
-        lo[j] = vmlal_s16(lo[j], vget_high_s16(xs), vget_high_s16(l));
+        const int16x8_t hj = h[j / 2], lj = l[j / 2];
+        hi[j] = vmlal_s16(hi[j], vget_low_s16(xs), vget_low_s16(hj));
+        hi[j] = vmlal_s16(hi[j], vget_high_s16(xs), vget_high_s16(hj));
+        lo[j] = vmlal_s16(lo[j], vget_low_s16(xs), vget_low_s16(lj));
+        lo[j] = vmlal_s16(lo[j], vget_high_s16(xs), vget_high_s16(lj));
       }
     }
     const int32x4_t h = fold4(hi), l = fold4(lo);
-    const int64x2_t up = vdupq_n_s64(shift), down = vdupq_n_s64(-static_cast<int64_t>(out_shift));
-    // (hi 2^s + lo), then a rounding shift right: 2^(f-1) added at full
-    // precision, so half rounds up.
-    const int64x2_t s01 = vrshlq_s64(vaddq_s64(vshlq_s64(vmovl_s32(vget_low_s32(h)), up),
-                                               vmovl_s32(vget_low_s32(l))), down);
-    const int64x2_t s23 = vrshlq_s64(vaddq_s64(vshlq_s64(vmovl_s32(vget_high_s32(h)), up),
-                                               vmovl_s32(vget_high_s32(l))), down);
-    const int16x4_t v = vqmovn_s32(vcombine_s32(vqmovn_s64(s01), vqmovn_s64(s23)));
-    *y[0] = vget_lane_s16(v, 0);
-    *y[1] = vget_lane_s16(v, 1);
-    *y[2] = vget_lane_s16(v, 2);
-    *y[3] = vget_lane_s16(v, 3);
+    const int32x4_t bias = vdupq_n_s32(1 << (shift + kHqHiShift - 1));
+    const int32x4_t sum = vaddq_s32(h, vshlq_s32(vaddq_s32(l, bias), vdupq_n_s32(-static_cast<int32_t>(shift))));
+    const int16x4_t v = vqmovn_s32(vshrq_n_s32(sum, kHqHiShift));
+    const int16_t f00 = vget_lane_s16(v, 0), f01 = vget_lane_s16(v, 1);
+    const int16_t f10 = vget_lane_s16(v, 2), f11 = vget_lane_s16(v, 3);
+    y[0] = f00;
+    if (Channels == 2) y[1] = f01;
+    y[frame_step] = f10;
+    if (Channels == 2) y[frame_step + 1] = f11;
   }
 
  private:

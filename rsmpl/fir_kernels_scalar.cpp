@@ -29,9 +29,11 @@ struct ScalarDot {
     }
     return hi * (int64_t{1} << shift) + lo;
   }
-  static void hq_dot4(const int16_t *const *x, const int16_t *const *c, uint32_t taps,
-                      uint32_t shift, uint32_t out_shift, int16_t *const *y) {
-    for (int j = 0; j < 4; ++j) *y[j] = hq_output(hq_dot(x[j], c[j], taps, shift), out_shift);
+  template <int Channels>
+  static void hq_frames(const int16_t *x0, const int16_t *x1, size_t line, const int16_t *c0,
+                        const int16_t *c1, uint32_t taps, uint32_t shift, int16_t *y,
+                        size_t frame_step) {
+    hq_frames_by_dot<ScalarDot, Channels>(x0, x1, line, c0, c1, taps, shift, y, frame_step);
   }
 };
 

@@ -7,6 +7,8 @@
 #if defined(__SSE2__)
 #include <emmintrin.h>
 
+#include <cstring>
+
 #include "rsmpl/fir_kernel.h"
 #include "rsmpl/fir_sse2_helpers.h"
 
@@ -66,9 +68,60 @@ struct Sse2Dot {
     return static_cast<int64_t>(sum_lanes(hi)) * (int64_t{1} << shift) + sum_lanes(lo);
   }
 
-  static void hq_dot4(const int16_t *const *x, const int16_t *const *c, uint32_t taps,
-                      uint32_t shift, uint32_t out_shift, int16_t *const *y) {
-    for (int j = 0; j < 4; ++j) *y[j] = hq_output(hq_dot(x[j], c[j], taps, shift), out_shift);
+  // Two frames of one or two channels, as the AVX2 build does it with half
+  // the width: shared coefficient loads, one reduction and output step.
+  template <int Channels>
+  static void hq_frames(const int16_t *x0, const int16_t *x1, size_t line, const int16_t *c0,
+                        const int16_t *c1, uint32_t taps, uint32_t shift, int16_t *y,
+                        size_t frame_step) {
+    __m128i h00 = _mm_setzero_si128(), h01 = h00, h10 = h00, h11 = h00;
+    __m128i l00 = h00, l01 = h00, l10 = h00, l11 = h00;
+    for (uint32_t t = 0; t < taps; t += 8) {
+      const __m128i hi0 = load(c0 + t), lo0 = load(c0 + taps + t);
+      const __m128i hi1 = load(c1 + t), lo1 = load(c1 + taps + t);
+      __m128i x = load(x0 + t);
+      h00 = _mm_add_epi32(h00, _mm_madd_epi16(x, hi0));
+      l00 = _mm_add_epi32(l00, _mm_madd_epi16(x, lo0));
+      x = load(x1 + t);
+      h10 = _mm_add_epi32(h10, _mm_madd_epi16(x, hi1));
+      l10 = _mm_add_epi32(l10, _mm_madd_epi16(x, lo1));
+      if constexpr (Channels == 2) {
+        x = load(x0 + line + t);
+        h01 = _mm_add_epi32(h01, _mm_madd_epi16(x, hi0));
+        l01 = _mm_add_epi32(l01, _mm_madd_epi16(x, lo0));
+        x = load(x1 + line + t);
+        h11 = _mm_add_epi32(h11, _mm_madd_epi16(x, hi1));
+        l11 = _mm_add_epi32(l11, _mm_madd_epi16(x, lo1));
+      }
+    }
+    // Lanes (frame 0 ch 0, frame 0 ch 1, frame 1 ch 0, frame 1 ch 1); the
+    // totals fit 32 bits, so wrapping lanes still add up exactly.
+    const __m128i hi = fold(h00, h01, h10, h11), lo = fold(l00, l01, l10, l11);
+    const __m128i sh = _mm_cvtsi32_si128(static_cast<int>(shift));
+    const __m128i bias = _mm_set1_epi32(1 << (shift + kHqHiShift - 1));
+    const __m128i sum = _mm_add_epi32(hi, _mm_sra_epi32(_mm_add_epi32(lo, bias), sh));
+    const __m128i v = _mm_srai_epi32(sum, kHqHiShift);
+    const __m128i packed = _mm_packs_epi32(v, v);
+    if constexpr (Channels == 2) {
+      const int32_t f0 = _mm_cvtsi128_si32(packed);
+      const int32_t f1 = _mm_cvtsi128_si32(_mm_srli_si128(packed, 4));
+      std::memcpy(y, &f0, sizeof f0);
+      std::memcpy(y + frame_step, &f1, sizeof f1);
+    } else {
+      const int16_t f0 = static_cast<int16_t>(_mm_extract_epi16(packed, 0));
+      const int16_t f1 = static_cast<int16_t>(_mm_extract_epi16(packed, 2));
+      y[0] = f0;
+      y[frame_step] = f1;
+    }
+  }
+
+ private:
+  static __m128i load(const int16_t *p) { return _mm_loadu_si128(reinterpret_cast<const __m128i *>(p)); }
+  // The totals of a, b, c, d's lanes, in that order, modulo 2^32.
+  static __m128i fold(__m128i a, __m128i b, __m128i c, __m128i d) {
+    const __m128i ab = _mm_add_epi32(_mm_unpacklo_epi32(a, b), _mm_unpackhi_epi32(a, b));
+    const __m128i cd = _mm_add_epi32(_mm_unpacklo_epi32(c, d), _mm_unpackhi_epi32(c, d));
+    return _mm_add_epi32(_mm_unpacklo_epi64(ab, cd), _mm_unpackhi_epi64(ab, cd));
   }
 };
 

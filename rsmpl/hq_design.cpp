@@ -70,9 +70,9 @@ bool hq_build_phases(RSMPL_HqState *st, uint32_t phases) {
   const bool down = st->out_rate < st->in_rate;
   // S: T 2^S < 2^17 keeps the sum of |x lo| below 2^31; F = 14 + S puts the
   // prototype's peak (1.0) at 2^14 in hi.
-  uint32_t s = 14;
+  uint32_t s = kHqHiShift;
   while ((static_cast<uint64_t>(taps) << s) >= (1u << 17)) --s;
-  const uint32_t f = 14 + s;
+  const uint32_t f = kHqHiShift + s;
   const uint64_t den = static_cast<uint64_t>(phases) * (down ? st->in_rate : 1);
   const uint64_t scale = static_cast<uint64_t>(kHqOversample) * (down ? st->out_rate : 1);
   int16_t *coef = st->coefficients();
@@ -105,7 +105,8 @@ bool hq_build_phases(RSMPL_HqState *st, uint32_t phases) {
       lo[k] = static_cast<int16_t>(l);
       hi_abs += h < 0 ? -h : h;
     }
-    if (hi_abs * 32768 >= (int64_t{1} << 31)) return false;
+    // sum_hi, and sum_hi plus sum_lo / 2^S, stay within 32 bits.
+    if (hi_abs * 32768 + (int64_t{1} << (31 - s)) >= (int64_t{1} << 31)) return false;
   }
   st->lo_shift = s;
   st->out_shift = f;

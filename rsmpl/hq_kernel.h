@@ -1,7 +1,7 @@
 // The high-quality resampler's output loop, compiled once per instruction
-// set like the FIR kernels: only the inner product (`Dot::hq_dot`) differs
-// between builds, and inlining it here keeps the per-output cost to the
-// multiplies themselves.
+// set like the FIR kernels: only the inner products (`Dot::hq_dot` and
+// `Dot::hq_frames`) differ between builds, and inlining them here keeps the
+// per-output cost to the multiplies themselves.
 #ifndef SKELDA_RSMPL_HQ_KERNEL_H
 #define SKELDA_RSMPL_HQ_KERNEL_H
 
@@ -23,10 +23,38 @@ inline int16_t hq_output(int64_t sum, uint32_t f) {
   return hq_saturate((sum + (int64_t{1} << (f - 1))) >> f);
 }
 
+// Two frames' outputs for one or two channels, from hq_dot: the plain form
+// of Dot::hq_frames. x0, x1 are the first channel's windows for the frames
+// (the second channel's sit `line` further on), c0, c1 their phases; frame
+// 0's outputs go to y[0..Channels), frame 1's `frame_step` further on. All
+// four are computed before any is stored.
+template <class Dot, int Channels>
+inline void hq_frames_by_dot(const int16_t *x0, const int16_t *x1, size_t line,
+                             const int16_t *c0, const int16_t *c1, uint32_t taps, uint32_t s,
+                             int16_t *y, size_t frame_step) {
+  int16_t v[2][Channels];
+  for (int c = 0; c < Channels; ++c) {
+    v[0][c] = hq_output(Dot::hq_dot(x0 + c * line, c0, taps, s), s + kHqHiShift);
+    v[1][c] = hq_output(Dot::hq_dot(x1 + c * line, c1, taps, s), s + kHqHiShift);
+  }
+  for (int c = 0; c < Channels; ++c) {
+    y[c] = v[0][c];
+    y[frame_step + c] = v[1][c];
+  }
+}
+
+// Where the next output reads and which phase it takes.
+struct HqCursor {
+  uint32_t end, r, q, rem;
+};
+
 // Writes the outputs that are ready and fit in `room`; returns how many.
-// Outputs on the phase grid are gathered four (channel, frame) pairs at a
-// time for Dot::hq_dot4, which shares the reduction and the output step among
-// them; outputs between grid phases blend two inner products each.
+//
+// When every phase is on the grid (P = L), outputs go two frames at a time
+// through Dot::hq_frames, two channels per call, so that both channels share
+// each coefficient load and four outputs share the reduction and the output
+// step. (An odd last frame is computed twice into the same place.) Outputs
+// between grid phases blend two inner products each.
 template <class Dot>
 uint32_t hq_produce(RSMPL_HqState *st, int16_t *out, uint32_t room) {
   const uint32_t taps = st->taps, channels = st->channels;
@@ -39,65 +67,64 @@ uint32_t hq_produce(RSMPL_HqState *st, int16_t *out, uint32_t room) {
   const uint32_t step_int = st->step_int, step_frac = st->step_frac;
   const uint32_t grid_int = st->grid_int, grid_frac = st->grid_frac;
   const uint64_t inv = st->weight_inv;
-  uint32_t end = st->end, r = st->r, q = st->q, rem = st->rem;
   const uint32_t fill = st->fill;
-  const int16_t *xs[4], *cs[4];
-  int16_t *ys[4];
-  int16_t spare[4];
-  int pending = 0;
+  HqCursor at{st->end, st->r, st->q, st->rem};
+  // Next output: r + M = step_int L + step_frac, and the grid likewise.
+  auto advance = [&](HqCursor &c) {
+    c.end += step_int;
+    c.r += step_frac;
+    c.q += grid_int;
+    c.rem += grid_frac;
+    if (c.rem >= l) {
+      c.rem -= l;
+      ++c.q;
+    }
+    if (c.r >= l) {
+      c.r -= l;
+      ++c.end;
+      c.q -= p;
+    }
+  };
   uint32_t written = 0;
-  for (; end < fill && written < room; ++written) {
-    const int16_t *c0 = coef + q * phase_size;
-    const int16_t *x = lines + (end + 1 - taps);
-    int16_t *y = out + static_cast<size_t>(written) * channels;
-    if (rem == 0) {
-      for (uint32_t c = 0; c < channels; ++c) {
-        xs[pending] = x + c * line_cap;
-        cs[pending] = c0;
-        ys[pending] = y + c;
-        if (++pending == 4) {
-          Dot::hq_dot4(xs, cs, taps, s, f, ys);
-          pending = 0;
-        }
-      }
-    } else {
+  if (p == l) {
+    while (written < room && at.end < fill) {
+      const HqCursor first = at;
+      advance(at);
+      const bool pair = written + 1 < room && at.end < fill;
+      const HqCursor second = pair ? at : first;
+      if (pair) advance(at);
+      const int16_t *x0 = lines + (first.end + 1 - taps), *x1 = lines + (second.end + 1 - taps);
+      const int16_t *c0 = coef + first.q * phase_size, *c1 = coef + second.q * phase_size;
+      int16_t *y = out + static_cast<size_t>(written) * channels;
+      const size_t frame_step = pair ? channels : 0;
+      uint32_t c = 0;
+      for (; c + 2 <= channels; c += 2)
+        Dot::template hq_frames<2>(x0 + c * line_cap, x1 + c * line_cap, line_cap, c0, c1, taps,
+                                   s, y + c, frame_step);
+      if (c < channels)
+        Dot::template hq_frames<1>(x0 + c * line_cap, x1 + c * line_cap, line_cap, c0, c1, taps,
+                                   s, y + c, frame_step);
+      written += pair ? 2 : 1;
+    }
+  } else {
+    for (; at.end < fill && written < room; ++written, advance(at)) {
+      const int16_t *c0 = coef + at.q * phase_size;
+      const int16_t *x = lines + (at.end + 1 - taps);
+      int16_t *y = out + static_cast<size_t>(written) * channels;
       // Blend towards the next grid phase by the Q16 weight rem / L, taken
       // without a division.
-      const int64_t w = static_cast<int64_t>((rem * inv) >> 24);
+      const int64_t w = static_cast<int64_t>((at.rem * inv) >> 24);
       for (uint32_t c = 0; c < channels; ++c, x += line_cap) {
         const int64_t y0 = Dot::hq_dot(x, c0, taps, s);
-        const int64_t y1 = Dot::hq_dot(x, c0 + phase_size, taps, s);
+        const int64_t y1 = at.rem == 0 ? y0 : Dot::hq_dot(x, c0 + phase_size, taps, s);
         y[c] = hq_output(y0 + (((y1 - y0) * w) >> 16), f);
       }
     }
-    // Next output: r + M = step_int L + step_frac, and the grid likewise.
-    end += step_int;
-    r += step_frac;
-    q += grid_int;
-    rem += grid_frac;
-    if (rem >= l) {
-      rem -= l;
-      ++q;
-    }
-    if (r >= l) {
-      r -= l;
-      ++end;
-      q -= p;
-    }
   }
-  if (pending != 0) {
-    // The last few, padded with copies of the first that write aside.
-    for (int j = pending; j < 4; ++j) {
-      xs[j] = xs[0];
-      cs[j] = cs[0];
-      ys[j] = &spare[j];
-    }
-    Dot::hq_dot4(xs, cs, taps, s, f, ys);
-  }
-  st->end = end;
-  st->r = r;
-  st->q = q;
-  st->rem = rem;
+  st->end = at.end;
+  st->r = at.r;
+  st->q = at.q;
+  st->rem = at.rem;
   return written;
 }
 

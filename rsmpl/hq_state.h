@@ -14,8 +14,10 @@
 // is two 16 x 16-bit ones. At set-up S and the scale 2^F of the coefficients
 // are chosen so that neither sum can leave 32 bits for any input: the sum of
 // |lo| times 32768 and the largest sum of |hi| over a phase times 32768 stay
-// below 2^31. The output is (sum_hi 2^S + sum_lo) rounded half up by 2^F
-// and saturated to 16 bits.
+// below 2^31, and so does sum_hi plus sum_lo / 2^S. The output is
+// (sum_hi 2^S + sum_lo) rounded half up by 2^F and saturated to 16 bits,
+// F = 14 + S; the SIMD builds take it in 32-bit lanes as
+// (sum_hi + ((sum_lo + 2^(F-1)) >> S)) >> 14, the same value.
 #ifndef SKELDA_RSMPL_HQ_STATE_H
 #define SKELDA_RSMPL_HQ_STATE_H
 
@@ -31,6 +33,7 @@ constexpr uint32_t kHqMaxCoefficients = 65536;  // (P + 1) T at most
 constexpr uint32_t kHqChunk = 512;              // input frames per pass
 constexpr uint32_t kHqMaxTerm = 1u << 24;       // L and M stay below this
 constexpr uint32_t kHqTapAlign = 16;
+constexpr uint32_t kHqHiShift = 14;             // F - S: the peak 1.0 in hi
 
 // The filter for a pair of rates, before any state exists.
 struct HqDesign {
