@@ -1,5 +1,7 @@
-// Prints rsmpl/hq_tables.cpp: the high-quality resampler's prototype table. Usage: gen_hq_tables > rsmpl/hq_tables.cpp
+// Prints rsmpl/hq_tables.cpp: the high-quality resampler's prototype table
+// and its designs for small ratios. Usage: gen_hq_tables > rsmpl/hq_tables.cpp
 #include <cstdio>
+#include <vector>
 
 #include "tools/hq_table_rule.h"
 
@@ -27,6 +29,20 @@ int main() {
       "namespace rsmpl {\n\n",
       hq_rule::kPrototype.half, hq_rule::kPrototype.beta, hq_rule::kOversample);
   PrintTable("kHqPrototype", hq_rule::kPrototype);
+  std::printf(
+      "// The equiripple designs on the grids of 1/D lower-rate samples, D = 2..%d:\n"
+      "// each side from its centre, Q30, one after another.\n",
+      hq_rule::kDirectMax);
+  std::vector<int32_t> all;
+  for (int d = 2; d <= hq_rule::kDirectMax; ++d) {
+    const std::vector<int32_t> side = hq_rule::DirectSide(d);
+    all.insert(all.end(), side.begin(), side.end());
+  }
+  std::printf("const int32_t kHqDirect[%zu] = {\n", all.size());
+  for (size_t i = 0; i < all.size(); ++i)
+    std::printf("%s%d,%s", i % 8 == 0 ? "    " : " ", static_cast<int>(all[i]),
+                i % 8 == 7 || i + 1 == all.size() ? "\n" : "");
+  std::printf("};\n\n");
   std::printf("}  // namespace rsmpl\n");
   return 0;
 }
