@@ -195,7 +195,53 @@ struct Avx2Dot {
     }
   }
 
+  // Eight outputs of one phase for one or two channels, one per 32-bit lane:
+  // each tap pair is one load of the eight lanes' sample pairs per channel
+  // against a broadcast coefficient pair, for hi and for lo; no reduction.
+  template <int Channels>
+  static void hq_lanes(const int16_t *const *rows, size_t next, uint32_t m, uint32_t groups,
+                       const int16_t *coef, uint32_t shift, int16_t *out) {
+    __m256i h0 = _mm256_setzero_si256(), l0 = h0, h1 = h0, l1 = h0;
+    // One tap pair for both channels; two per pass of the loop.
+    auto step = [&](const int16_t *x, const int16_t *c) {
+      const __m256i hi = _mm256_set1_epi32(pair(c)), lo = _mm256_set1_epi32(pair(c + 2));
+      const __m256i v = load(x);
+      h0 = _mm256_add_epi32(h0, _mm256_madd_epi16(v, hi));
+      l0 = _mm256_add_epi32(l0, _mm256_madd_epi16(v, lo));
+      if constexpr (Channels == 2) {
+        const __m256i w = load(x + next);
+        h1 = _mm256_add_epi32(h1, _mm256_madd_epi16(w, hi));
+        l1 = _mm256_add_epi32(l1, _mm256_madd_epi16(w, lo));
+      }
+    };
+    const ptrdiff_t cstep = 4 * static_cast<ptrdiff_t>(m);
+    for (uint32_t i = 0; i < m; ++i) {
+      const int16_t *x = rows[i], *c = coef + 4 * i;
+      uint32_t g = 0;
+      for (; g + 2 <= groups; g += 2, x -= 8, c += 2 * cstep) {
+        step(x, c);
+        step(x - 4, c + cstep);
+      }
+      if (g < groups) step(x, c);
+    }
+    lanes_step(h0, l0, shift, out);
+    if constexpr (Channels == 2) lanes_step(h1, l1, shift, out + kHqLanes);
+  }
+
  private:
+  static void lanes_step(__m256i hi, __m256i lo, uint32_t shift, int16_t *out) {
+    const __m256i s = _mm256_add_epi32(
+        hi, _mm256_sra_epi32(_mm256_add_epi32(lo, _mm256_set1_epi32(1 << (shift + kHqHiShift - 1))),
+                             _mm_cvtsi32_si128(static_cast<int>(shift))));
+    const __m256i y = _mm256_srai_epi32(s, kHqHiShift);
+    const __m128i packed = _mm_packs_epi32(_mm256_castsi256_si128(y), _mm256_extracti128_si256(y, 1));
+    _mm_storeu_si128(reinterpret_cast<__m128i *>(out), packed);
+  }
+  static int32_t pair(const int16_t *p) {
+    int32_t v;
+    std::memcpy(&v, p, sizeof v);
+    return v;
+  }
   static __m256i load(const int16_t *p) { return _mm256_loadu_si256(reinterpret_cast<const __m256i *>(p)); }
   // The totals of a, b, c, d's lanes, in that order.
   static __m128i fold(__m256i a, __m256i b, __m256i c, __m256i d) {

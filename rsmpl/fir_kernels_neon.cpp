@@ -353,6 +353,39 @@ struct NeonDot {
     if (Channels == 2) y[frame_step + 1] = f11;
   }
 
+  // Eight outputs of one phase for one or two channels, four per register:
+  // vld2q splits the eight lanes' sample pairs into their first and second
+  // samples, each multiplied by its coefficient.
+  template <int Channels>
+  static void hq_lanes(const int16_t *const *rows, size_t next, uint32_t m, uint32_t groups,
+                       const int16_t *coef, uint32_t shift, int16_t *out) {
+    int32x4_t acc[Channels][4];
+    for (auto &a : acc)
+      for (int32x4_t &v : a) v = vdupq_n_s32(0);
+    for (uint32_t i = 0; i < m; ++i) {
+      const int16_t *x = rows[i], *c = coef + 4 * i;
+      for (uint32_t g = 0; g < groups; ++g, x -= 4, c += 4 * m) {
+        for (int k = 0; k < Channels; ++k) {
+          const int16x8x2_t v = vld2q_s16(x + k * next);
+          const int16x4_t a0 = vget_low_s16(v.val[0]), a1 = vget_high_s16(v.val[0]);
+          const int16x4_t b0 = vget_low_s16(v.val[1]), b1 = vget_high_s16(v.val[1]);
+          acc[k][0] = vmlal_n_s16(vmlal_n_s16(acc[k][0], a0, c[0]), b0, c[1]);
+          acc[k][1] = vmlal_n_s16(vmlal_n_s16(acc[k][1], a1, c[0]), b1, c[1]);
+          acc[k][2] = vmlal_n_s16(vmlal_n_s16(acc[k][2], a0, c[2]), b0, c[3]);
+          acc[k][3] = vmlal_n_s16(vmlal_n_s16(acc[k][3], a1, c[2]), b1, c[3]);
+        }
+      }
+    }
+    const int32x4_t bias = vdupq_n_s32(1 << (shift + kHqHiShift - 1));
+    const int32x4_t down = vdupq_n_s32(-static_cast<int32_t>(shift));
+    for (int k = 0; k < Channels; ++k) {
+      const int32x4_t y0 = vaddq_s32(acc[k][0], vshlq_s32(vaddq_s32(acc[k][2], bias), down));
+      const int32x4_t y1 = vaddq_s32(acc[k][1], vshlq_s32(vaddq_s32(acc[k][3], bias), down));
+      vst1q_s16(out + kHqLanes * k, vcombine_s16(vqmovn_s32(vshrq_n_s32(y0, kHqHiShift)),
+                                                 vqmovn_s32(vshrq_n_s32(y1, kHqHiShift))));
+    }
+  }
+
  private:
   // The totals of v[0..3]'s lanes, in that order, modulo 2^32.
   static int32x4_t fold4(const int32x4_t *v) {

@@ -35,6 +35,11 @@ struct ScalarDot {
                         size_t frame_step) {
     hq_frames_by_dot<ScalarDot, Channels>(x0, x1, line, c0, c1, taps, shift, y, frame_step);
   }
+  template <int Channels>
+  static void hq_lanes(const int16_t *const *rows, size_t next, uint32_t m, uint32_t groups,
+                       const int16_t *coef, uint32_t shift, int16_t *out) {
+    hq_lanes_plain<Channels>(rows, next, m, groups, coef, shift, out);
+  }
 };
 
 constexpr FirKernelSet kScalarSet = make_kernel_set<ScalarDot>("scalar");

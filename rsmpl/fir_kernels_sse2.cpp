@@ -115,7 +115,44 @@ struct Sse2Dot {
     }
   }
 
+  // Eight outputs of one phase for one or two channels, four per register,
+  // as the AVX2 build does.
+  template <int Channels>
+  static void hq_lanes(const int16_t *const *rows, size_t next, uint32_t m, uint32_t groups,
+                       const int16_t *coef, uint32_t shift, int16_t *out) {
+    __m128i acc[Channels][4];
+    for (auto &a : acc)
+      for (__m128i &v : a) v = _mm_setzero_si128();
+    for (uint32_t i = 0; i < m; ++i) {
+      const int16_t *x = rows[i], *c = coef + 4 * i;
+      for (uint32_t g = 0; g < groups; ++g, x -= 4, c += 4 * m) {
+        const __m128i hi = _mm_set1_epi32(pair(c)), lo = _mm_set1_epi32(pair(c + 2));
+        for (int k = 0; k < Channels; ++k) {
+          const __m128i v0 = load(x + k * next), v1 = load(x + k * next + 8);
+          acc[k][0] = _mm_add_epi32(acc[k][0], _mm_madd_epi16(v0, hi));
+          acc[k][1] = _mm_add_epi32(acc[k][1], _mm_madd_epi16(v1, hi));
+          acc[k][2] = _mm_add_epi32(acc[k][2], _mm_madd_epi16(v0, lo));
+          acc[k][3] = _mm_add_epi32(acc[k][3], _mm_madd_epi16(v1, lo));
+        }
+      }
+    }
+    const __m128i sh = _mm_cvtsi32_si128(static_cast<int>(shift));
+    const __m128i bias = _mm_set1_epi32(1 << (shift + kHqHiShift - 1));
+    for (int k = 0; k < Channels; ++k) {
+      const __m128i y0 = _mm_srai_epi32(
+          _mm_add_epi32(acc[k][0], _mm_sra_epi32(_mm_add_epi32(acc[k][2], bias), sh)), kHqHiShift);
+      const __m128i y1 = _mm_srai_epi32(
+          _mm_add_epi32(acc[k][1], _mm_sra_epi32(_mm_add_epi32(acc[k][3], bias), sh)), kHqHiShift);
+      _mm_storeu_si128(reinterpret_cast<__m128i *>(out + kHqLanes * k), _mm_packs_epi32(y0, y1));
+    }
+  }
+
  private:
+  static int32_t pair(const int16_t *p) {
+    int32_t v;
+    std::memcpy(&v, p, sizeof v);
+    return v;
+  }
   static __m128i load(const int16_t *p) { return _mm_loadu_si128(reinterpret_cast<const __m128i *>(p)); }
   // The totals of a, b, c, d's lanes, in that order, modulo 2^32.
   static __m128i fold(__m128i a, __m128i b, __m128i c, __m128i d) {

@@ -22,10 +22,14 @@ bool state_ok(const RSMPL_HqState *st) {
       !channels_ok(st->channels))
     return false;
   const rsmpl::HqDesign d = rsmpl::hq_design(st->in_rate, st->out_rate, st->channels);
-  return st->taps == d.taps && st->max_phases == d.max_phases && st->line_cap == d.line_cap &&
-         st->bytes >= d.bytes && st->ratio_out != 0 && st->ratio_in != 0 &&
-         st->phases < st->max_phases && st->r < st->ratio_out && st->fill <= st->line_cap &&
-         st->end + 1 >= st->taps;
+  if (st->taps != d.taps || st->max_phases != d.max_phases || st->line_cap != d.line_cap ||
+      st->bytes < d.bytes || st->ratio_out == 0 || st->ratio_in == 0 ||
+      st->phases >= st->max_phases || st->r >= st->ratio_out || st->fill > st->line_cap ||
+      st->end + 1 < st->taps)
+    return false;
+  const rsmpl::HqDirect direct = rsmpl::hq_direct(st->ratio_out, st->ratio_in, st->taps, st->line_cap);
+  return st->direct == direct.d && st->active == direct.active &&
+         st->pair_stride == direct.stride && (direct.d == 0 || st->phases == st->ratio_out);
 }
 
 // out/in within 1/16 of out_rate/in_rate, with both terms in lowest form
@@ -148,7 +152,7 @@ SKELDA_API RSMPL_Status RSMPL_HqGetInfo(const RSMPL_HqState *state, RSMPL_HqInfo
   info->channels = state->channels;
   info->ratioOut = state->ratio_out;
   info->ratioIn = state->ratio_in;
-  info->taps = state->taps;
+  info->taps = state->direct != 0 ? state->active : state->taps;
   info->phases = state->phases;
   info->interpolated = state->phases != state->ratio_out;
   info->delayFrames = state->taps / 2;

@@ -48,6 +48,99 @@ struct HqCursor {
   uint32_t end, r, q, rem;
 };
 
+// The lane kernel's plain form: for each of `Channels` channels (the second
+// one's pair rows `next` further on), lane j's sums over the tap pairs u =
+// g M + i (i < M, g < groups), pair rows[i] + 2 (j - 2 g) against coef + 4 u
+// (hi, hi, lo, lo), then the output step; channel k's eight outputs go to
+// out + 8 k.
+template <int Channels>
+inline void hq_lanes_plain(const int16_t *const *rows, size_t next, uint32_t m, uint32_t groups,
+                           const int16_t *coef, uint32_t s, int16_t *out) {
+  for (int k = 0; k < Channels; ++k)
+    for (uint32_t j = 0; j < kHqLanes; ++j) {
+      int64_t hi = 0, lo = 0;
+      for (uint32_t i = 0; i < m; ++i)
+        for (uint32_t g = 0; g < groups; ++g) {
+          const int16_t *x = rows[i] + k * next +
+                             2 * (static_cast<ptrdiff_t>(j) - 2 * static_cast<ptrdiff_t>(g));
+          const int16_t *c = coef + 4 * (static_cast<size_t>(g) * m + i);
+          hi += int32_t{x[0]} * c[0] + int32_t{x[1]} * c[1];
+          lo += int32_t{x[0]} * c[2] + int32_t{x[1]} * c[3];
+        }
+      out[kHqLanes * k + j] = hq_output(hi * (int64_t{1} << s) + lo, s + kHqHiShift);
+    }
+}
+
+// The outputs of a direct design (hq_state.h): blocks of 8 L outputs, each
+// phase's eight (n, n + L, ...) at once by Dot::hq_lanes, two channels per
+// call so that they share the coefficients; the last block computes whole
+// lanes and stores those that are ready and fit.
+template <class Dot>
+uint32_t hq_produce_lanes(RSMPL_HqState *st, int16_t *out, uint32_t room) {
+  const uint32_t l = st->ratio_out, m = st->ratio_in, channels = st->channels;
+  const uint32_t groups = st->active / (2 * m), s = st->lo_shift;
+  const size_t stride = st->pair_stride, row_size = 2 * stride, phase_size = 2 * st->active;
+  const int16_t *coef = st->pair_coefficients();
+  const uint64_t ready = hq_outputs_for(st, 0);
+  const uint32_t count = ready < room ? static_cast<uint32_t>(ready) : room;
+  // The first L outputs' newest samples (from the first's) and phases.
+  uint32_t off[kHqDirectMax], phase[kHqDirectMax];
+  for (uint32_t i = 0, e = 0, r = st->r; i < l; ++i) {
+    off[i] = e;
+    phase[i] = r;
+    for (r += m; r >= l; r -= l) ++e;
+  }
+  // The first output's newest active sample, as pair row and position.
+  const uint32_t base = st->end - (st->taps - st->active) / 2;
+  const uint32_t base_row = base % m;
+  uint32_t base_at = base / m;
+  const int16_t *rows[kHqDirectMax];
+  size_t offset[kHqDirectMax];
+  const size_t next = st->pair_line_size();
+  int16_t v[2 * kHqLanes];
+  uint32_t written = 0;
+  while (written < count) {
+    const uint32_t block = kHqLanes * l < count - written ? kHqLanes * l : count - written;
+    for (uint32_t i = 0; i < l && i < block; ++i) {
+      uint32_t row = base_row + off[i], at = base_at;
+      for (; row >= m; row -= m) ++at;
+      const int16_t *c0 = coef + phase[i] * phase_size;
+      for (uint32_t t = 0, r = row, a = at; t < m; ++t) {
+        offset[t] = r * row_size + 2 * static_cast<size_t>(a);
+        if (r == 0) {
+          r = m;
+          --a;
+        }
+        --r;
+      }
+      for (uint32_t c = 0; c < channels; c += 2) {
+        const bool two = c + 1 < channels;
+        for (uint32_t t = 0; t < m; ++t) rows[t] = st->pairs(c) + offset[t];
+        if (two)
+          Dot::template hq_lanes<2>(rows, next, m, groups, c0, s, v);
+        else
+          Dot::template hq_lanes<1>(rows, next, m, groups, c0, s, v);
+        for (uint32_t j = 0, n = written + i; j < kHqLanes && n < written + block; ++j, n += l) {
+          int16_t *y = out + static_cast<size_t>(n) * channels + c;
+          y[0] = v[j];
+          if (two) y[1] = v[kHqLanes + j];
+        }
+      }
+    }
+    written += block;
+    if (block == kHqLanes * l) {
+      base_at += kHqLanes;
+      st->end += kHqLanes * m;
+    } else {
+      for (uint32_t k = 0; k < block; ++k)
+        for (st->r += m; st->r >= l; st->r -= l) ++st->end;
+    }
+  }
+  st->q = st->r;
+  st->rem = 0;
+  return written;
+}
+
 // Writes the outputs that are ready and fit in `room`; returns how many.
 //
 // When every phase is on the grid (P = L), outputs go two frames at a time
@@ -57,6 +150,7 @@ struct HqCursor {
 // between grid phases blend two inner products each.
 template <class Dot>
 uint32_t hq_produce(RSMPL_HqState *st, int16_t *out, uint32_t room) {
+  if (st->direct != 0) return hq_produce_lanes<Dot>(st, out, room);
   const uint32_t taps = st->taps, channels = st->channels;
   const uint32_t s = st->lo_shift, f = st->out_shift;
   const size_t phase_size = static_cast<size_t>(2) * taps;

@@ -11,17 +11,53 @@
 namespace rsmpl {
 namespace {
 
-// Drops the samples before the next window.
+// Drops the samples before the next window (a multiple of M of them with a
+// direct design, from its pair rows only, so that every pair keeps its row).
 void slide(RSMPL_HqState *st) {
   const uint32_t start = st->end + 1 - st->taps;
-  const uint32_t drop = start < st->fill ? start : st->fill;
+  uint32_t drop = start < st->fill ? start : st->fill;
+  const uint32_t m = st->ratio_in;
+  if (st->direct != 0) drop -= drop % m;
   if (drop == 0) return;
   for (uint32_t c = 0; c < st->channels; ++c) {
-    int16_t *line = st->line(c);
-    std::memmove(line, line + drop, sizeof(int16_t) * (st->fill - drop));
+    if (st->direct == 0) {
+      int16_t *line = st->line(c);
+      std::memmove(line, line + drop, sizeof(int16_t) * (st->fill - drop));
+      continue;
+    }
+    // Each row keeps the pairs of the samples kept.
+    const size_t shift = drop / m, kept = (st->fill - drop + m - 1) / m;
+    for (uint32_t row = 0; row < m; ++row) {
+      int16_t *pairs = st->pairs(c) + 2 * row * static_cast<size_t>(st->pair_stride);
+      std::memmove(pairs, pairs + 2 * shift, sizeof(int16_t) * 2 * kept);
+    }
   }
   st->fill -= drop;
   st->end -= drop;
+}
+
+// Appends `take` frames to a direct design's pair rows (its lines wait
+// until the design changes, hq_set_ratio): row by row, each position's pair
+// is its sample and the sample before it in the row.
+void take_rows(RSMPL_HqState *st, const int16_t *src, uint32_t take) {
+  const uint32_t channels = st->channels, m = st->ratio_in, fill = st->fill;
+  const size_t row_size = 2 * static_cast<size_t>(st->pair_stride), step = size_t{m} * channels;
+  const uint32_t first_row = fill % m, first_at = fill / m;
+  for (uint32_t c = 0; c < channels; ++c) {
+    for (uint32_t r = 0; r < m; ++r) {
+      const uint32_t k0 = r >= first_row ? r - first_row : r + m - first_row;
+      const uint32_t at = first_at + (r < first_row);
+      int16_t *pair = st->pairs(c) + r * row_size + 2 * static_cast<size_t>(at);
+      int16_t before = at > 0 ? pair[-2] : 0;
+      const int16_t *x = src + static_cast<size_t>(k0) * channels + c;
+      for (uint32_t k = k0; k < take; k += m, x += step, pair += 2) {
+        const int16_t v = *x;
+        pair[0] = v;
+        pair[1] = before;
+        before = v;
+      }
+    }
+  }
 }
 
 }  // namespace
@@ -44,9 +80,14 @@ void hq_process(RSMPL_HqState *st, const int16_t *in, uint32_t *in_frames, int16
     if (take > allowed) take = allowed;
     if (take == 0) break;
     const int16_t *src = in + static_cast<size_t>(consumed) * channels;
-    for (uint32_t c = 0; c < channels; ++c) {
-      int16_t *line = st->line(c) + st->fill;
-      for (uint32_t i = 0; i < take; ++i) line[i] = src[static_cast<size_t>(i) * channels + c];
+    if (st->direct == 0) {
+      for (uint32_t c = 0; c < channels; ++c) {
+        int16_t *line = st->line(c) + st->fill;
+        const int16_t *x = src + c;
+        for (uint32_t i = 0; i < take; ++i, x += channels) line[i] = *x;
+      }
+    } else {
+      take_rows(st, src, static_cast<uint32_t>(take));
     }
     st->fill += static_cast<uint32_t>(take);
     consumed += static_cast<uint32_t>(take);

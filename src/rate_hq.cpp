@@ -149,9 +149,10 @@ void hq_dump(void *obj, snd_output_t *out) {
     return;
   }
   snd_output_printf(out,
-                    "RSMPL HQ Converter: %u -> %u Hz, %u channels, windowed sinc %u taps, "
+                    "RSMPL HQ Converter: %u -> %u Hz, %u channels, %s %u taps, "
                     "%u phases%s, ratio %u/%u, delay %u.%03u ms\n",
-                    hq.inRate, hq.outRate, hq.channels, hq.taps, hq.phases,
+                    hq.inRate, hq.outRate, hq.channels,
+                    hq.taps < 2 * hq.delayFrames ? "minimax" : "windowed sinc", hq.taps, hq.phases,
                     hq.interpolated ? " interpolated" : "", hq.ratioOut, hq.ratioIn,
                     hq.delayMicroseconds / 1000, hq.delayMicroseconds % 1000);
 }

@@ -297,7 +297,8 @@ std::vector<std::pair<std::string, std::function<uint64_t()>>> paths() {
     all.emplace_back(name, [ratio] { return sinc_digest(ratio); });
   }
   const HqPath hq[] = {{44100, 48000, 2}, {48000, 44100, 2}, {8000, 192000, 1}, {192000, 8000, 1},
-                       {48000, 16000, 2}, {22050, 96000, 8}, {96000, 44100, 1}, {32000, 44100, 3}};
+                       {48000, 16000, 2}, {22050, 96000, 8}, {96000, 44100, 1}, {32000, 44100, 3},
+                       {32000, 48000, 3}, {16000, 48000, 1}, {8000, 64000, 2},  {56000, 8000, 5}};
   for (const HqPath &p : hq)
     all.emplace_back("hq_" + std::to_string(p.in_rate) + "_" + std::to_string(p.out_rate) + "_" +
                          std::to_string(p.channels) + "ch",

@@ -1,8 +1,11 @@
 /* High-quality resampler: any pair of rates from 8000 to 192000 Hz, 1 to 8
  * interleaved channels of 16-bit samples, integer arithmetic throughout.
  *
- * The filter is a polyphase Kaiser-windowed sinc whose passband reaches 0.45
- * and whose stopband starts at 0.55 of the lower rate. Positions are exact
+ * The filter's passband reaches 0.45 and its stopband starts at 0.55 of the
+ * lower rate: a polyphase Kaiser-windowed sinc (about 100 dB down), or, for
+ * ratios whose terms are both at most 8 (3/2, 1/3, 2, 4/3, ...), a shorter
+ * minimax design of that ratio's own (99 dB down, 0.08 dB passband ripple),
+ * computed eight outputs at a time. Positions are exact
  * integers: the stream runs at a rational ratio (output frames / input
  * frames) that the rates give, or that RSMPL_HqSetRatio sets exactly (for
  * instance alsa-lib's output / input period sizes), so no stream drifts.
@@ -14,8 +17,8 @@
  * nothing.
  *
  * Timing: output frame n stands for input position n / ratio - delay, where
- * delay (RSMPL_HqInfo.delayFrames, in input frames) is half the filter's
- * length. Output n is written as soon as the input it needs is in, so after
+ * delay (RSMPL_HqInfo.delayFrames, in input frames) is fixed by the rates:
+ * half the windowed sinc's length, whichever filter runs. Output n is written as soon as the input it needs is in, so after
  * N input frames in all exactly ceil(N * ratio) output frames have been
  * written; when a whole number of periods of an exact ratio has gone in,
  * that is exactly the periods' output. */
@@ -51,7 +54,9 @@ typedef struct RSMPL_HqInfo {
   uint32_t channels;
   uint32_t ratioOut;          /* the exact ratio in lowest terms: ratioOut output */
   uint32_t ratioIn;           /* frames for every ratioIn input frames */
-  uint32_t taps;              /* inner-product length per output sample */
+  uint32_t taps;              /* inner-product length per output sample:
+                                 2 delayFrames for the windowed sinc, fewer
+                                 for a ratio's own minimax design */
   uint32_t phases;            /* filter phases held in the state */
   uint32_t interpolated;      /* 1 when ratioOut exceeds the phases held and
                                  each output blends two neighbouring phases */

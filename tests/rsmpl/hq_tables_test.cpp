@@ -4,7 +4,9 @@
 // frequency response of those integer coefficients.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <complex>
 #include <vector>
 
@@ -22,6 +24,17 @@ TEST(HqTables, MatchTheGeneratorRule) {
     ASSERT_EQ(rsmpl::kHqPrototype[i], hq_rule::Entry(hq_rule::kPrototype, i)) << "entry " << i;
   EXPECT_EQ(rsmpl::kHqPrototype[0], 1 << 30);
   EXPECT_EQ(rsmpl::kHqPrototype[rsmpl::kHqTableEntries - 1], 0);
+  // The minimax designs come from an iterative double-precision search,
+  // whose last bits may differ between CPUs: within one unit of Q30.
+  ASSERT_EQ(rsmpl::kHqDirectMax, hq_rule::kDirectMax);
+  ASSERT_EQ(rsmpl::kHqDirectHalf, hq_rule::kDirectHalf);
+  for (int d = 2; d <= hq_rule::kDirectMax; ++d) {
+    const std::vector<int32_t> side = hq_rule::DirectSide(d);
+    ASSERT_EQ(rsmpl::hq_direct_start(d + 1) - rsmpl::hq_direct_start(d), int(side.size()));
+    for (size_t i = 0; i < side.size(); ++i)
+      ASSERT_NEAR(rsmpl::kHqDirect[rsmpl::hq_direct_start(d) + i], side[i], 1) << "D " << d << " entry " << i;
+    EXPECT_EQ(side.back(), 0) << "D " << d;
+  }
 }
 
 struct FilterCase {
@@ -45,27 +58,47 @@ const FilterCase kCases[] = {
     {44100, 48000},   {48000, 44100}, {32000, 48000}, {96000, 44100},
     {48000, 16000},   {8000, 192000}, {96000, 8000},  {192000, 8000}, {191999, 8000},
     {44100, 48000, 1115, 1024},       {8000, 8001},   {44100, 44100},
+    {16000, 48000},   {48000, 32000}, {8000, 64000},  {56000, 8000}, {44100, 48000, 8, 7},
 };
 
 // Tap k of phase q (0..P) sits k - T/2 + 1 - q/P input frames from the
 // output's position; the prototype is stretched to the input rate and
-// scaled by out/in when downsampling. Every phase sums to exactly unit gain,
-// which one coefficient per phase absorbs (its size shows in the response
-// below); the others stay within 1e-6. The sums of |hi| and |lo| against
-// full-scale input stay in 32 bits.
+// scaled by out/in when downsampling. A ratio L / M of small terms takes its
+// grid's minimax design instead: the middle `taps` of the window (the info's
+// count) at (k' - taps/2 + 1) L - q grid points of 1/max(L, M), scaled by
+// L/M when downsampling, zero elsewhere. Every phase sums to exactly unit
+// gain, which one coefficient per phase absorbs (its size shows in the
+// response below); the others stay within 1e-6. The sums of |hi| and |lo|
+// against full-scale input stay in 32 bits.
 TEST(HqTables, CoefficientsAreTheStretchedPrototype) {
   for (const auto &c : kCases) {
     auto st = make(c);
     ASSERT_TRUE(st);
-    const uint32_t taps = st->taps, p = st->phases;
+    RSMPL_HqInfo info{};
+    ASSERT_EQ(RSMPL_HqGetInfo(st.get(), &info), RSMPL_OK);
+    const uint32_t taps = st->taps, p = st->phases, l = info.ratioOut, m = info.ratioIn;
+    const bool direct = info.taps < taps;
+    ASSERT_EQ(direct, l <= 8 && m <= 8 && l + m > 2) << c.in << "->" << c.out;
     const double g = c.out < c.in ? static_cast<double>(c.out) / c.in : 1.0;
+    std::vector<int32_t> side;
+    if (direct) side = hq_rule::DirectSide(static_cast<int>(std::max(l, m)));
+    auto ideal_at = [&](uint32_t q, uint32_t k) {
+      if (!direct) {
+        const double d = k - taps / 2.0 + 1.0 - static_cast<double>(q) / p;
+        return g * hq_rule::Value(hq_rule::kPrototype, d * g);
+      }
+      const int64_t kk = int64_t(k) - (taps - info.taps) / 2;
+      if (kk < 0 || kk >= int64_t(info.taps)) return 0.0;
+      const int64_t j = std::abs((kk - int64_t(info.taps) / 2 + 1) * int64_t(l) - int64_t(q));
+      const double v = j < int64_t(side.size()) ? std::ldexp(side[j], -30) : 0.0;
+      return l < m ? v * l / m : v;
+    };
     for (uint32_t q = 0; q <= p; ++q) {
       const int16_t *hi = st->coefficients() + static_cast<size_t>(q) * 2 * taps;
       int64_t sum = 0, hi_abs = 0, lo_abs = 0;
       int outliers = 0;
       for (uint32_t k = 0; k < taps; ++k) {
-        const double d = k - taps / 2.0 + 1.0 - static_cast<double>(q) / p;
-        const double ideal = g * hq_rule::Value(hq_rule::kPrototype, d * g);
+        const double ideal = ideal_at(q, k);
         const double err = std::fabs(coefficient(*st, q, k) - ideal);
         if (err > 1e-6) ++outliers;
         sum += int64_t{hi[k]} * (int64_t{1} << st->lo_shift) + hi[taps + k];
