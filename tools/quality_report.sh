@@ -12,7 +12,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 build="${SKELDA_BUILD_DIR:-build}"
 bash tools/install_deps.sh
-for p in python3-numpy python3-matplotlib; do
+for p in python3-numpy python3-scipy python3-matplotlib; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" ||
     DEBIAN_FRONTEND=noninteractive apt-get install -y -qq "$p" >/dev/null
 done
