@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # aplay converting through the plugins under valgrind's memcheck: skelda's
 # FIR and linear paths, with a period size that makes the FIR path chunk, and
-# skelda_hq on a period that needs interpolated phases and on one that does
-# not. Any invalid access, use of uninitialised memory or definite/indirect
+# skelda_hq on a period that needs interpolated phases, on one that does
+# not, and on one that converts exactly at 1/3 (its small ratios' design). Any invalid access, use of uninitialised memory or definite/indirect
 # leak fails.
 #   valgrind_aplay.sh BUILD_DIR
 set -euo pipefail
@@ -28,4 +28,5 @@ skelda 16000 3000
 skelda 44100 3000
 skelda_hq 44100 3001
 skelda_hq 96000 3000
+skelda_hq 16000 3000
 RUNS
