@@ -202,27 +202,20 @@ struct Avx2Dot {
   static void hq_lanes(const int16_t *const *rows, size_t next, uint32_t m, uint32_t groups,
                        const int16_t *coef, uint32_t shift, int16_t *out) {
     __m256i h0 = _mm256_setzero_si256(), l0 = h0, h1 = h0, l1 = h0;
-    // One tap pair for both channels; two per pass of the loop.
-    auto step = [&](const int16_t *x, const int16_t *c) {
-      const __m256i hi = _mm256_set1_epi32(pair(c)), lo = _mm256_set1_epi32(pair(c + 2));
-      const __m256i v = load(x);
-      h0 = _mm256_add_epi32(h0, _mm256_madd_epi16(v, hi));
-      l0 = _mm256_add_epi32(l0, _mm256_madd_epi16(v, lo));
-      if constexpr (Channels == 2) {
-        const __m256i w = load(x + next);
-        h1 = _mm256_add_epi32(h1, _mm256_madd_epi16(w, hi));
-        l1 = _mm256_add_epi32(l1, _mm256_madd_epi16(w, lo));
-      }
-    };
     const ptrdiff_t cstep = 4 * static_cast<ptrdiff_t>(m);
     for (uint32_t i = 0; i < m; ++i) {
       const int16_t *x = rows[i], *c = coef + 4 * i;
-      uint32_t g = 0;
-      for (; g + 2 <= groups; g += 2, x -= 8, c += 2 * cstep) {
-        step(x, c);
-        step(x - 4, c + cstep);
+      for (uint32_t g = 0; g < groups; ++g, x -= 4, c += cstep) {
+        const __m256i hi = _mm256_set1_epi32(pair(c)), lo = _mm256_set1_epi32(pair(c + 2));
+        const __m256i v = load(x);
+        h0 = _mm256_add_epi32(_mm256_madd_epi16(v, hi), h0);
+        l0 = _mm256_add_epi32(_mm256_madd_epi16(v, lo), l0);
+        if constexpr (Channels == 2) {
+          const __m256i w = load(x + next);
+          h1 = _mm256_add_epi32(_mm256_madd_epi16(w, hi), h1);
+          l1 = _mm256_add_epi32(_mm256_madd_epi16(w, lo), l1);
+        }
       }
-      if (g < groups) step(x, c);
     }
     lanes_step(h0, l0, shift, out);
     if constexpr (Channels == 2) lanes_step(h1, l1, shift, out + kHqLanes);

@@ -43,18 +43,25 @@ void take_rows(RSMPL_HqState *st, const int16_t *src, uint32_t take) {
   const uint32_t channels = st->channels, m = st->ratio_in, fill = st->fill;
   const size_t row_size = 2 * static_cast<size_t>(st->pair_stride), step = size_t{m} * channels;
   const uint32_t first_row = fill % m, first_at = fill / m;
-  for (uint32_t c = 0; c < channels; ++c) {
+  const size_t next = st->pair_line_size();
+  // Two channels per pass where there are two: their rows lie `next` apart.
+  for (uint32_t c = 0; c < channels; c += 2) {
+    const bool two = c + 1 < channels;
     for (uint32_t r = 0; r < m; ++r) {
       const uint32_t k0 = r >= first_row ? r - first_row : r + m - first_row;
       const uint32_t at = first_at + (r < first_row);
       int16_t *pair = st->pairs(c) + r * row_size + 2 * static_cast<size_t>(at);
-      int16_t before = at > 0 ? pair[-2] : 0;
+      int16_t before0 = at > 0 ? pair[-2] : 0, before1 = at > 0 && two ? pair[next - 2] : 0;
       const int16_t *x = src + static_cast<size_t>(k0) * channels + c;
       for (uint32_t k = k0; k < take; k += m, x += step, pair += 2) {
-        const int16_t v = *x;
-        pair[0] = v;
-        pair[1] = before;
-        before = v;
+        const int16_t both0[2] = {x[0], before0};  // one store each
+        std::memcpy(pair, both0, sizeof both0);
+        before0 = both0[0];
+        if (two) {
+          const int16_t both1[2] = {x[1], before1};
+          std::memcpy(pair + next, both1, sizeof both1);
+          before1 = both1[0];
+        }
       }
     }
   }

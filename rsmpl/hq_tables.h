@@ -19,7 +19,7 @@ extern const int32_t kHqPrototype[kHqTableEntries];
 // of one side from the centre, Q30, the sides for D = 2, 3, ... one after
 // another.
 constexpr int kHqDirectMax = 8;
-constexpr int kHqDirectHalf = 21;
+constexpr int kHqDirectHalf = 22;
 constexpr int hq_direct_start(int d) { return d <= 2 ? 0 : hq_direct_start(d - 1) + kHqDirectHalf * (d - 1) + 1; }
 constexpr int kHqDirectEntries = hq_direct_start(kHqDirectMax + 1);
 extern const int32_t kHqDirect[kHqDirectEntries];

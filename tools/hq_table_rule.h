@@ -11,15 +11,17 @@
 // Ratios whose terms are small (L / M with both at most 8) sample the filter
 // on the grid of 1/D lower-rate samples, D = max(L, M), and nowhere else, so
 // each such grid has a filter of its own, designed on it: a minimax lowpass
-// (Remez exchange) reaching 21 lower-rate samples a side (the outermost
-// grid point left at zero, so that an even window of 42 D / L input samples
+// (Remez exchange) reaching 22 lower-rate samples a side (the outermost
+// grid point left at zero, so that an even window of 44 D / L input samples
 // holds it at every phase), passband to 0.45, stopband from 0.55 weighted
-// 400 (f / 0.55)^2 to 1. Trading the passband's ripple (0.08 dB) for the
-// stopband (98.9 dB at 0.55, 107.8 dB from 0.9) lets it be a third shorter
-// than the windowed sinc; the rising weight keeps the images of low tones,
-// which lie far into the stopband, as far down as the windowed sinc's. (One
-// such prototype for every grid would not do: its flat stopband would fold
-// onto coarse grids.)
+// 600 (f / 0.55)^2 to 1. Trading the passband's ripple (0.07 dB) for the
+// stopband (103.5 dB at 0.55, 112 dB from 0.9) lets it be a third shorter
+// than the windowed sinc. The margin at 0.55 is for ratios L / M with M > 1,
+// whose output sampling can fold two images of a tone onto one frequency
+// (6 dB more at worst); the rising weight keeps the images of low tones,
+// which lie far into the stopband, as far down as the windowed sinc's.
+// (One such prototype for every grid would not do: its flat stopband would
+// fold onto coarse grids.)
 #ifndef SKELDA_TOOLS_HQ_TABLE_RULE_H
 #define SKELDA_TOOLS_HQ_TABLE_RULE_H
 
@@ -64,8 +66,8 @@ inline int32_t Entry(const Prototype &p, int i) {
 
 // The grids with a design of their own: D = 2..kDirectMax.
 constexpr int kDirectMax = 8;
-constexpr int kDirectHalf = 21;  // half-length in lower-rate samples
-constexpr double kDirectStopWeight = 400.0;
+constexpr int kDirectHalf = 22;  // half-length in lower-rate samples
+constexpr double kDirectStopWeight = 600.0;
 constexpr double kDirectStopRise = 2.0;
 
 // Entries of D's side: centre to edge, kDirectHalf D + 1, the last zero.

@@ -4,7 +4,7 @@
  * The filter's passband reaches 0.45 and its stopband starts at 0.55 of the
  * lower rate: a polyphase Kaiser-windowed sinc (about 100 dB down), or, for
  * ratios whose terms are both at most 8 (3/2, 1/3, 2, 4/3, ...), a shorter
- * minimax design of that ratio's own (99 dB down, 0.08 dB passband ripple),
+ * minimax design of that ratio's own (103 dB down, 0.07 dB passband ripple),
  * computed eight outputs at a time. Positions are exact
  * integers: the stream runs at a rational ratio (output frames / input
  * frames) that the rates give, or that RSMPL_HqSetRatio sets exactly (for
