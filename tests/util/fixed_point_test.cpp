@@ -90,7 +90,7 @@ TEST(Exp32ToInt32, IsTheFlooredProductSaturated) {
   for (int64_t m : EdgesAndRandom(32, 4, 2000)) {
     for (int e : {-32768, -64, -32, -31, -30, -17, -1, 0, 1, 2, 15, 30, 31, 32, 33, 32767}) {
       const i128 x =
-          e >= 0 ? i128{m} << std::min(e, 64) : floor_div(m, i128{1} << std::min(-e, 64));
+          e >= 0 ? m * (i128{1} << std::min(e, 64)) : floor_div(m, i128{1} << std::min(-e, 64));
       const int32_t want = static_cast<int32_t>(std::clamp<i128>(x, INT32_MIN, INT32_MAX));
       ASSERT_EQ(_EXP32TOINT32({static_cast<int16_t>(e), static_cast<int32_t>(m)}), want)
           << m << " " << e;
