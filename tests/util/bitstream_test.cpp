@@ -1,5 +1,5 @@
-// Bitstream reordering: the worked patterns, in place against out of place,
-// a byte-at-a-time reference, short last groups and the refused overlaps.
+// Bitstream reordering against a byte-at-a-time reference for every mode and
+// length, in place and out of place, and every status rule at its boundary.
 #include <gtest/gtest.h>
 
 #include <random>
@@ -11,72 +11,66 @@ namespace {
 
 using Bytes = std::vector<uint8_t>;
 
-Bytes reorder(Bytes in, int16_t mode) {
-  Bytes out(in.size(), 0xEE);
-  EXPECT_EQ(UTIL_ReorderBitstream(in.data(), static_cast<int16_t>(in.size()), mode, out.data()), 0);
+// Output byte j of a group is input byte j XOR k (bits 1-2 of the mode; in a
+// short last group a byte whose partner is missing stays), its bits reversed
+// when bit 0 is set.
+Bytes reorder_reference(const Bytes &in, int mode) {
+  const int k = (static_cast<uint16_t>(mode) >> 1) & 3;
+  Bytes out(in.size());
+  for (size_t i = 0; i < in.size(); ++i) {
+    const size_t partner = (i & ~size_t{3}) | ((i & 3) ^ k);
+    uint8_t b = in[partner < in.size() ? partner : i], r = 0;
+    for (int bit = 0; bit < 8; ++bit) r |= ((b >> bit) & 1) << (7 - bit);
+    out[i] = mode & 1 ? r : b;
+  }
   return out;
 }
 
-uint8_t reverse_reference(uint8_t b) {
-  uint8_t r = 0;
-  for (int i = 0; i < 8; ++i)
-    if (b & (1 << i)) r |= static_cast<uint8_t>(0x80 >> i);
-  return r;
-}
-
-TEST(ReorderBitstream, WorkedPatterns) {
-  const Bytes in = {0x01, 0x02, 0x03, 0x04};
-  EXPECT_EQ(reorder(in, 0), in);
-  EXPECT_EQ(reorder(in, 8), in);
-  EXPECT_EQ(reorder(in, 2), (Bytes{0x02, 0x01, 0x04, 0x03}));
-  EXPECT_EQ(reorder(in, 4), (Bytes{0x03, 0x04, 0x01, 0x02}));
-  EXPECT_EQ(reorder(in, 6), (Bytes{0x04, 0x03, 0x02, 0x01}));
-  EXPECT_EQ(reorder(in, 7), (Bytes{0x20, 0xC0, 0x40, 0x80}));
-  EXPECT_EQ(reorder({0x01, 0x12}, 1), (Bytes{0x80, 0x48}));
-  const Bytes five = {0x01, 0x02, 0x03, 0x04, 0x05};
-  EXPECT_EQ(reorder(five, 1), (Bytes{0x80, 0x40, 0xC0, 0x20, 0xA0}));
-}
-
-// Full groups against the XOR rule; a short last group permutes only among
-// the bytes present; in place equals out of place.
-TEST(ReorderBitstream, EveryModeAndLengthAgainstAReference) {
-  std::mt19937 rng(3);
-  for (int16_t mode = 0; mode < 16; ++mode) {
-    for (int len = 1; len <= 23; ++len) {
-      Bytes in(len);
+TEST(ReorderBitstream, EveryModeAndLengthInPlaceAndOutOfPlace) {
+  std::mt19937 rng(1);
+  for (int16_t mode : {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 14, 15, 0x7FF9, -1, -2, -5, -32768}) {
+    for (int16_t len = 1; len <= 23; ++len) {
+      Bytes in(len), out(len + 1, 0xEE);
       for (auto &b : in) b = static_cast<uint8_t>(rng());
-      Bytes want(len);
-      const int k = (mode >> 1) & 3;
-      for (int at = 0; at < len; at += 4) {
-        const int count = len - at < 4 ? len - at : 4;
-        for (int j = 0; j < count; ++j) {
-          const int from = (j ^ k) < count ? (j ^ k) : j;
-          want[at + j] = (mode & 1) ? reverse_reference(in[at + from]) : in[at + from];
-        }
-      }
-      ASSERT_EQ(reorder(in, mode), want) << "mode " << mode << " len " << len;
-      Bytes inplace = in;
-      ASSERT_EQ(UTIL_ReorderBitstream(inplace.data(), static_cast<int16_t>(len), mode, inplace.data()), 0);
-      ASSERT_EQ(inplace, want);
+      const Bytes want = reorder_reference(in, mode);
+      ASSERT_EQ(UTIL_ReorderBitstream(in.data(), len, mode, out.data()), 0);
+      ASSERT_EQ(Bytes(out.begin(), out.end() - 1), want) << "mode " << mode << " len " << len;
+      ASSERT_EQ(out.back(), 0xEE);  // nothing past len
+      ASSERT_EQ(UTIL_ReorderBitstream(in.data(), len, mode, in.data()), 0);
+      ASSERT_EQ(in, want) << "in place, mode " << mode << " len " << len;
     }
   }
+  Bytes bytes = {0x01, 0x02, 0x03, 0x04};  // worked bytes pin the reversal and the swaps
+  ASSERT_EQ(UTIL_ReorderBitstream(bytes.data(), 4, 7, bytes.data()), 0);
+  EXPECT_EQ(bytes, (Bytes{0x20, 0xC0, 0x40, 0x80}));
 }
 
-TEST(ReorderBitstream, RefusesNullAndPartialOverlapTouchingNothing) {
-  Bytes buffer = {1, 2, 3, 4, 5, 6, 7, 8, 9};
-  const Bytes before = buffer;
-  EXPECT_EQ(UTIL_ReorderBitstream(nullptr, 4, 6, buffer.data()), 1);
-  EXPECT_EQ(UTIL_ReorderBitstream(buffer.data(), 4, 6, nullptr), 1);
-  EXPECT_EQ(UTIL_ReorderBitstream(buffer.data(), 4, 6, buffer.data() + 1), 1);
-  EXPECT_EQ(UTIL_ReorderBitstream(buffer.data() + 3, 4, 6, buffer.data()), 1);
-  EXPECT_EQ(buffer, before);
-  // Adjacent regions and non-positive lengths are fine.
-  EXPECT_EQ(UTIL_ReorderBitstream(buffer.data(), 4, 6, buffer.data() + 4), 0);
-  EXPECT_EQ((Bytes(buffer.begin() + 4, buffer.begin() + 8)), (Bytes{4, 3, 2, 1}));
-  const Bytes after = buffer;
-  EXPECT_EQ(UTIL_ReorderBitstream(buffer.data(), 0, 6, buffer.data() + 1), 0);
-  EXPECT_EQ(UTIL_ReorderBitstream(buffer.data(), -5, 6, buffer.data() + 1), 0);
-  EXPECT_EQ(buffer, after);
+// Regions must coincide or be disjoint: dst at src +- (len - 1) overlaps,
+// src +- len does not. Null pointers are refused; len <= 0 writes nothing.
+TEST(ReorderBitstream, EveryStatusRuleAtItsBoundary) {
+  const struct {
+    int src, dst, len, status;  // offsets into the buffer, -1 for null
+  } rules[] = {
+      // clang-format off
+      {-1, 8, 4, 1}, {0, -1, 4, 1}, {-1, -1, 0, 1}, {4, 5, 4, 1}, {4, 7, 4, 1}, {4, 8, 4, 0},
+      {5, 4, 4, 1}, {7, 4, 4, 1}, {8, 4, 4, 0}, {4, 4, 4, 0}, {4, 5, 0, 0}, {4, 5, -3, 0},
+      {4, 5, 1, 0}, {5, 4, 1, 0},
+      // clang-format on
+  };
+  for (const auto &r : rules) {
+    const Bytes before = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14};
+    Bytes buffer = before, want = before;
+    uint8_t *src = r.src < 0 ? nullptr : buffer.data() + r.src;
+    EXPECT_EQ(UTIL_ReorderBitstream(src, static_cast<int16_t>(r.len), 6,
+                                    r.dst < 0 ? nullptr : buffer.data() + r.dst),
+              r.status)
+        << r.src << " -> " << r.dst << " len " << r.len;
+    if (r.status == 0 && r.len > 0) {
+      const Bytes moved = reorder_reference(Bytes(&before[r.src], &before[r.src] + r.len), 6);
+      std::copy(moved.begin(), moved.end(), want.begin() + r.dst);
+    }
+    EXPECT_EQ(buffer, want) << r.src << " -> " << r.dst << " len " << r.len;
+  }
 }
 
 }  // namespace

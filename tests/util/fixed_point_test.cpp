@@ -1,185 +1,148 @@
-// Saturation, float-to-fixed conversion and normalisation, checked against
-// worked values and against the definitions evaluated independently.
+// The fixed-point primitives against plain references of their rules in
+// 128-bit integers and long double, on every power of two with its
+// neighbours, exact halves and random values of every magnitude.
+#include "skelda/fixed_point.h"
+
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstdint>
 #include <limits>
+#include <utility>
 
-#include "skelda/fixed_point.h"
+#include "edge_values.h"
 
 namespace {
 
-struct SatCase {
-  int64_t value;
-  int16_t bits;
-  int64_t expected;
-};
+using i128 = __int128;
+using Split = std::pair<int64_t, int>;  // mantissa, exponent
 
-TEST(Saturate, WorkedValuesAndBounds) {
-  const SatCase cases[] = {
-      {40000, 16, 32767},
-      {-40000, 16, -32768},
-      {5000000000LL, 32, 2147483647},
-      {-5000000000LL, 32, -2147483648LL},
-      {32767, 16, 32767},
-      {-32768, 16, -32768},
-      {32768, 16, 32767},
-      {-32769, 16, -32768},
-      {0, 1, 0},
-      {1, 1, 0},    // one bit holds -1..0
-      {-1, 1, -1},
-      {-2, 1, -1},
-      {127, 8, 127},
-      {128, 8, 127},
-      {-129, 8, -128},
-      {INT64_MAX, 24, 8388607},
-      {INT64_MIN, 24, -8388608},
-      // Widths outside 1..32 take the bound exponent modulo 32.
-      {40000, 33, 0},       // (33 - 1) mod 32 = 0: range -1..0
-      {-40000, 33, -1},
-      {40000, 48, 32767},   // 47 mod 32 = 15
-      {5000000000LL, 0, 2147483647},  // -1 mod 32 = 31
-  };
-  for (const SatCase &c : cases) {
-    EXPECT_EQ(_SAT(c.value, c.bits), c.expected) << c.value << " in " << c.bits << " bits";
+i128 floor_div(i128 a, i128 b) { return a / b - (a % b != 0 && (a < 0) != (b < 0)); }
+
+TEST(Saturate, ClampsToTheWidthTakenModulo32) {
+  const std::vector<int64_t> values = EdgesAndRandom(64, 1, 200);
+  for (int bits = -70; bits <= 70; ++bits) {
+    const int s = ((bits - 1) % 32 + 32) % 32;
+    const int64_t hi = (int64_t{1} << s) - 1, lo = -(int64_t{1} << s);
+    for (int64_t v : values) ASSERT_EQ(_SAT(v, bits), std::clamp(v, lo, hi)) << v << " " << bits;
+  }
+  EXPECT_EQ(_SAT(-5000000000LL, -32768), INT32_MIN);  // (-32768 - 1) mod 32 = 31
+}
+
+// value * 2^q rounded half away from zero and clamped; NaN gives 0. Below 0
+// the unsigned form clamps every result to 0, so there half up is the same.
+long double fixed_reference(int q, float value, long double lo, long double hi) {
+  if (std::isnan(value)) return 0;
+  return std::clamp(std::round(std::ldexp(static_cast<long double>(value), q)), lo, hi);
+}
+
+TEST(ToFixed, RoundsAndClampsForEveryQ) {
+  std::mt19937 rng(2);
+  const float inf = std::numeric_limits<float>::infinity(), big = std::numeric_limits<float>::max();
+  for (int q = 0; q <= 62; ++q) {
+    std::vector<float> values = {0.0f, -0.0f, inf, -inf, NAN, big, -big, 1e-45f};
+    // 2^32, 2^31 and the floats next to them, scaled by 2^-q.
+    for (float v : {4294967296.0f, 4294967040.0f, 2147483648.0f, 2147483520.0f, 2147483904.0f})
+      values.push_back(std::ldexp(v, -q)), values.push_back(-std::ldexp(v, -q));
+    for (int i = 0; i < 300; ++i) {  // an exact half, and a float of any magnitude
+      values.push_back(std::ldexp(static_cast<int>(rng() % 4194304) - 2097152 + 0.5f, -q));
+      values.push_back(
+          std::ldexp(static_cast<int32_t>(rng()) >> 8, static_cast<int>(rng() % 64) - 48 - q));
+    }
+    for (float v : values) {
+      ASSERT_EQ(ToUFix(q, v), static_cast<uint32_t>(fixed_reference(q, v, 0, UINT32_MAX))) << v;
+      ASSERT_EQ(ToSFix(q, v), static_cast<int32_t>(fixed_reference(q, v, INT32_MIN, INT32_MAX)))
+          << v << " q" << q;
+    }
+  }
+  EXPECT_EQ(ToUFix(0, 2.5f), 3u);  // the two conventions for halves, pinned by hand
+  EXPECT_EQ(ToSFix(0, -2.5f), -3);
+}
+
+// _NORMALIZE_S32: x = m * 2^e with |m| in [2^30, 2^31 - 1]; 0 gives 0 and
+// -32768. _EXPONENT32: the fewest left shifts that bring |v| to 2^30 (2^31
+// for negative v). _EXP32TOEXP16: the upper half rounded half up, at most
+// 32767, exponent kept.
+TEST(ThirtyTwoBitHelpers, MatchTheirRules) {
+  std::vector<int64_t> values = EdgesAndRandom(32, 3, 20000);
+  for (int64_t k = -32768; k < 32768; k += 97)  // exact halves for the upper half, and neighbours
+    for (int64_t d : {-1, 0, 1}) values.push_back(k * 65536 + 32768 + d);
+  for (int64_t x : values) {
+    if (x > INT32_MAX) continue;
+    const auto v = static_cast<int32_t>(x);
+    int64_t m = x, shifts = 0;
+    int e = x == 0 ? -32768 : 0;
+    for (; m != 0 && std::abs(m) < (int64_t{1} << 30); m *= 2) --e;
+    for (; std::abs(m) > INT32_MAX; m /= 2) ++e;  // only -2^31, exactly
+    int32_t got_m = 12345;
+    int16_t got_e = 12345;
+    ASSERT_EQ(_NORMALIZE_S32(v, &got_m, &got_e), m) << x;
+    ASSERT_EQ(Split(got_m, got_e), Split(m, e)) << x;
+    while (x != 0 && (std::abs(x) << shifts) < (int64_t{1} << (x < 0 ? 31 : 30))) ++shifts;
+    ASSERT_EQ(_EXPONENT32(&v), shifts) << x;
+    const EXP16 half = _EXP32TOEXP16({static_cast<int16_t>(x), v});
+    ASSERT_EQ(half.mantissa,
+              static_cast<int16_t>(std::min<i128>(floor_div(x + 32768, 65536), 32767)));
+    ASSERT_EQ(half.exponent, static_cast<int16_t>(x));
   }
 }
 
-TEST(Saturate, MatchesClampForEveryWidth) {
-  const int64_t probes[] = {0, 1, -1, 1000, -1000, 1LL << 20, -(1LL << 20), 1LL << 40,
-                            -(1LL << 40), INT32_MAX, INT32_MIN};
-  for (int bits = 1; bits <= 32; ++bits) {
-    const int64_t hi = (int64_t{1} << (bits - 1)) - 1;
-    const int64_t lo = -(int64_t{1} << (bits - 1));
-    for (int64_t v : probes) {
-      const int64_t want = v > hi ? hi : (v < lo ? lo : v);
-      EXPECT_EQ(_SAT(v, static_cast<int16_t>(bits)), want) << v << " in " << bits << " bits";
+TEST(Exp32ToInt32, IsTheFlooredProductSaturated) {
+  for (int64_t m : EdgesAndRandom(32, 4, 2000)) {
+    for (int e : {-32768, -64, -32, -31, -30, -17, -1, 0, 1, 2, 15, 30, 31, 32, 33, 32767}) {
+      const i128 x =
+          e >= 0 ? m * (i128{1} << std::min(e, 64)) : floor_div(m, i128{1} << std::min(-e, 64));
+      const int32_t want = static_cast<int32_t>(std::clamp<i128>(x, INT32_MIN, INT32_MAX));
+      ASSERT_EQ(_EXP32TOINT32({static_cast<int16_t>(e), static_cast<int32_t>(m)}), want)
+          << m << " " << e;
     }
   }
 }
 
-struct UFixCase {
-  uint32_t q;
-  float value;
-  uint32_t expected;
-};
-
-TEST(ToUnsignedFixed, WorkedValuesAndEdges) {
-  const float inf = std::numeric_limits<float>::infinity();
-  const float nan = std::numeric_limits<float>::quiet_NaN();
-  const UFixCase cases[] = {
-      {16, 128.0f, 8388608u},
-      {24, 1.0f, 16777216u},
-      {0, 2.5f, 3u},    // half rounds up
-      {0, 1.5f, 2u},
-      {0, 2.4999998f, 2u},
-      {0, -0.4f, 0u},
-      {0, -0.5f, 0u},   // -0.5 + 0.5 = 0
-      {0, -3.0f, 0u},
-      {32, 1.0f, 4294967295u},
-      {31, 1.0f, 2147483648u},
-      {24, 8.0f, 134217728u},
-      {24, 0.125f, 2097152u},
-      {16, 0.25f, 16384u},
-      {0, 4294967295.0f, 4294967295u},  // rounds to 2^32 in float, clamps
-      {0, inf, 4294967295u},
-      {0, -inf, 0u},
-      {16, nan, 0u},
-  };
-  for (const UFixCase &c : cases) {
-    EXPECT_EQ(ToUFix(c.q, c.value), c.expected) << c.value << " q" << c.q;
+// _MANTNEXP: x = m * 2^e with |m| in [2^30, 2^31), exact below 2^31 in
+// magnitude, floored above with e at most 8; 0 gives 0 and -32768.
+// _MANTEXPO32: the same after saturating x to 40 bits.
+TEST(MantissaAndExponent, SplitFortyBitValues) {
+  for (int64_t x : EdgesAndRandom(64, 5, 40000)) {
+    const int64_t clamped = std::clamp(x, -(int64_t{1} << 39), (int64_t{1} << 39) - 1);
+    const uint64_t a = clamped < 0 ? 0 - static_cast<uint64_t>(clamped) : clamped;
+    const int e = clamped == 0 ? -32768 : std::min(63 - __builtin_clzll(a) - 30, 8);
+    const int64_t m = clamped == 0 ? 0
+                      : e <= 0     ? clamped * (int64_t{1} << -e)
+                                   : static_cast<int64_t>(floor_div(clamped, i128{1} << e));
+    const EXP32 r = _MANTEXPO32(x);
+    ASSERT_EQ(Split(r.mantissa, r.exponent), Split(m, e)) << x;
+    if (x != clamped) continue;
+    int64_t got_m = 12345;
+    int16_t got_e = 12345;
+    _MANTNEXP(x, &got_m, &got_e);
+    ASSERT_EQ(Split(got_m, got_e), Split(m, e)) << x;
   }
 }
 
-struct SFixCase {
-  uint32_t q;
-  float value;
-  int32_t expected;
-};
-
-TEST(ToSignedFixed, WorkedValuesAndEdges) {
-  const float inf = std::numeric_limits<float>::infinity();
-  const float nan = std::numeric_limits<float>::quiet_NaN();
-  const SFixCase cases[] = {
-      {0, 2.5f, 3},
-      {0, -2.5f, -3},   // half rounds away from zero
-      {0, 2.4f, 2},
-      {0, -2.4f, -2},
-      {15, 1.0f, 32768},
-      {15, -1.0f, -32768},
-      {31, 1.0f, 2147483647},
-      {31, -1.0f, INT32_MIN},
-      {31, -2.0f, INT32_MIN},
-      {0, 0.0f, 0},
-      {0, -0.0f, 0},
-      {16, 0.5f, 32768},
-      {0, inf, 2147483647},
-      {0, -inf, INT32_MIN},
-      {0, nan, 0},
-  };
-  for (const SFixCase &c : cases) {
-    EXPECT_EQ(ToSFix(c.q, c.value), c.expected) << c.value << " q" << c.q;
-  }
+// The documented rule: a polynomial for ln(1 + t) on 16-bit coefficients,
+// each Horner step rounded to its upper 16 bits, then ln 2 per normalising
+// shift and log10(e), each in Q15.
+int64_t log10_reference(int x) {
+  auto hi16 = [](i128 a) { return floor_div(std::clamp<i128>(a, INT32_MIN, INT32_MAX), 65536); };
+  int64_t m = std::max(x, 1) * int64_t{65536};
+  int shifts = 0;
+  for (; m < (int64_t{1} << 30); m *= 2) ++shifts;
+  const i128 t = m / 32768 - 32768;
+  i128 h = floor_div(21677 * 65536 + 32768 - 9130 * t, 65536);
+  for (int c : {-24950, 20693, -16298, 16381}) h = hi16(c * 65536 + 32768 + h * t);
+  const i128 y = floor_div(2 * h * t + 1581, 32768) - (shifts + 1) * 22713;
+  return static_cast<int64_t>(floor_div(y, 32768) * 14231 +
+                              floor_div((y - 32768 * floor_div(y, 32768)) * 14231, 32768));
 }
 
-TEST(ToFixed, AgreesWithRoundingDefinitionOverASweep) {
-  for (uint32_t q : {0u, 8u, 15u, 16u, 24u}) {
-    for (int i = -2000; i <= 2000; ++i) {
-      const float v = static_cast<float>(i) * 0.01237f;
-      const double scaled = static_cast<double>(v) * std::ldexp(1.0, static_cast<int>(q));
-      const double up = std::floor(scaled + 0.5);
-      const double away = scaled >= 0 ? std::floor(scaled + 0.5) : -std::floor(-scaled + 0.5);
-      const uint32_t wantU = up < 0 ? 0u : static_cast<uint32_t>(up);
-      EXPECT_EQ(ToUFix(q, v), wantU) << v << " q" << q;
-      EXPECT_EQ(ToSFix(q, v), static_cast<int32_t>(away)) << v << " q" << q;
-    }
+TEST(Log10, IsTheDocumentedPolynomialAndWithinItsError) {
+  for (int x = -32768; x <= 32767; ++x) {
+    const int32_t got = _LOG10(static_cast<int16_t>(x));
+    ASSERT_EQ(got, log10_reference(x)) << x;
+    ASSERT_LE(std::fabs(got - 32768 * std::log10(std::max(x, 1) / 32768.0)), 2.4) << x;
   }
-}
-
-struct NormCase {
-  int32_t x;
-  int32_t mantissa;
-  int16_t exponent;
-};
-
-TEST(Normalize, WorkedValues) {
-  const NormCase cases[] = {
-      {1, 0x40000000, -30},
-      {-1, static_cast<int32_t>(0xC0000000u), -30},
-      {3, 0x60000000, -29},
-      {0x40000000, 0x40000000, 0},
-      {INT32_MIN, static_cast<int32_t>(0xC0000000u), 1},
-      {0, 0, -32768},
-      {INT32_MAX, INT32_MAX, 0},
-      {-0x40000000, -0x40000000, 0},
-      {-0x40000001, -0x40000001, 0},
-      {2, 0x40000000, -29},
-  };
-  for (const NormCase &c : cases) {
-    int32_t m = 12345;
-    int16_t e = 12345;
-    EXPECT_EQ(_NORMALIZE_S32(c.x, &m, &e), c.mantissa) << c.x;
-    EXPECT_EQ(m, c.mantissa) << c.x;
-    EXPECT_EQ(e, c.exponent) << c.x;
-  }
-}
-
-TEST(Normalize, MantissaTimesPowerGivesBackTheInput) {
-  uint32_t seed = 12345;
-  for (int i = 0; i < 20000; ++i) {
-    seed = seed * 1664525u + 1013904223u;
-    // Vary the magnitude so every exponent is visited.
-    const int32_t x = static_cast<int32_t>(seed) >> (seed % 31);
-    if (x == 0) continue;
-    int32_t m;
-    int16_t e;
-    _NORMALIZE_S32(x, &m, &e);
-    const uint32_t magnitude = m < 0 ? 0u - static_cast<uint32_t>(m) : static_cast<uint32_t>(m);
-    EXPECT_GE(magnitude, 1u << 30) << x;
-    EXPECT_LE(magnitude, 0x7FFFFFFFu) << x;
-    EXPECT_EQ(std::ldexp(static_cast<double>(m), e), static_cast<double>(x)) << x;
-  }
+  EXPECT_EQ(_LOG10(100), -82428);  // worked values: the polynomial as published
+  EXPECT_EQ(_LOG10(16384), -9865);
 }
 
 }  // namespace
