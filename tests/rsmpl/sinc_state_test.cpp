@@ -161,6 +161,12 @@ TEST(SincInterpolator, EveryCallFollowsTheModelBitForBit) {
     const size_t end = in_place ? std::max<size_t>(count, n) : count;
     ASSERT_EQ(std::count(buffer.begin() + end, buffer.end(), kCanary), static_cast<long>(buffer.size() - end));
   };
+  // First the area's tightest spot: full blocks at the longest filter, then
+  // shrinks whose last outputs reach the block's newest sample.
+  for (float r : {0.2f, 1.0f}) {
+    set_ratio(0.125f), resample(1440), resample(1440), set_ratio(r), resample(1440);
+    ASSERT_FALSE(HasFatalFailure()) << "shrink to " << r;
+  }
   for (int call = 0; call < workload(3000, 600); ++call) {
     const int action = pick(10);
     uint32_t got[2] = {0, 0};
