@@ -91,27 +91,18 @@ struct Model {
   }
 };
 
-// The state fields, the ratio's bits and the kept history, for comparison.
-inline std::vector<int64_t> snapshot(const Model &m) {
+// The state fields (the ratio by its bits) followed by the kept history.
+template <class State>
+std::vector<int64_t> snapshot(const State &s, const int16_t *history) {
   uint32_t ratio;
-  std::memcpy(&ratio, &m.ratio, sizeof ratio);
-  std::vector<int64_t> v = {m.halfLength, m.historyHalfLength, m.nextGain,      m.gain,
-                            m.nextStep,   m.step,              m.nextPhaseStep, m.phaseStep,
-                            m.position,   ratio};
-  v.insert(v.end(), m.history.begin(), m.history.end());
+  std::memcpy(&ratio, &s.ratio, sizeof ratio);
+  std::vector<int64_t> v = {s.halfLength, s.historyHalfLength, s.nextGain,      s.gain,     s.nextStep,
+                            s.step,       s.nextPhaseStep,     s.phaseStep,     s.position, ratio};
+  v.insert(v.end(), history, history + std::min<uint32_t>(2 * s.historyHalfLength + 1, 1648));
   return v;
 }
-
-inline std::vector<int64_t> snapshot(const RSMPL_Context &ctx) {
-  const rsmpl::SincState &s = ctx.sinc;
-  Model m;
-  m.halfLength = s.halfLength, m.historyHalfLength = s.historyHalfLength;
-  m.nextGain = s.nextGain, m.gain = s.gain, m.nextStep = s.nextStep, m.step = s.step;
-  m.nextPhaseStep = s.nextPhaseStep, m.phaseStep = s.phaseStep;
-  m.position = s.position, m.ratio = s.ratio;
-  m.history.assign(ctx.samples, ctx.samples + std::min<uint32_t>(2 * s.historyHalfLength + 1, 1648));
-  return snapshot(m);
-}
+inline std::vector<int64_t> snapshot(const Model &m) { return snapshot(m, m.history.data()); }
+inline std::vector<int64_t> snapshot(const RSMPL_Context &c) { return snapshot(c.sinc, c.samples); }
 
 }  // namespace sinc_test
 
