@@ -43,6 +43,8 @@ inline std::vector<int> untriple(const int16_t *t) {
 template <size_t N>
 std::vector<int> P(const int16_t (&table)[N]) { return std::vector<int>(table, table + N); }
 
+// name, id, exported kernel, L, M, N, s, c, H, prototype; driver, up, code,
+// shortest block, multiple, split point or tail.
 inline const std::vector<KernelSpec> &kernel_specs() {
   using namespace rsmpl;
   static const std::vector<KernelSpec> specs = {

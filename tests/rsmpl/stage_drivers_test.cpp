@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <climits>
 #include <cstring>
+#include <memory>
 
 #include "rsmpl/context.h"
 #include "rsmpl/fir_reference.h"
@@ -47,8 +48,8 @@ uint32_t block_call(const KernelSpec &k, RSMPL_Context *ctx, const int16_t *in, 
 std::vector<int> block_lengths(const KernelSpec &k, std::mt19937 &rng) {
   const int longest = k.up ? 1440 / k.L * k.M : 2000 / k.multiple * k.multiple;
   auto round = [&](int n) { return (n + k.multiple - 1) / k.multiple * k.multiple; };
-  std::vector<int> lengths = {k.M,        k.min_length,          k.boundary - k.multiple,
-                              k.boundary, round(k.boundary + 1), longest, k.id == rsmpl::kFirUp2To3 ? 27 : k.M};
+  std::vector<int> lengths = {k.M,     k.min_length, k.boundary - k.multiple, k.boundary,
+                              round(k.boundary + 1), longest, k.id == rsmpl::kFirUp2To3 ? 27 : k.M};
   std::uniform_int_distribution<int> any(k.min_length, longest);
   for (int i = workload(0, 8); i < 12; ++i) lengths.push_back(round(any(rng)));
   std::shuffle(lengths.begin(), lengths.end(), rng);
@@ -103,18 +104,18 @@ TEST(BlockCalls, EveryRuleAtItsBoundaryAndTheOrderOfTheChecks) {
   };
   std::vector<Case> cases;
   for (const auto &k : kernel_specs()) {
-    const int longest = k.up ? 1440 / k.L * k.M : 96000;
-    // Down has no upper limit, so only up is given lengths past any buffer.
-    for (int32_t n : {k.min_length - 1, k.min_length, k.min_length + 1, k.min_length + k.multiple,
-                      longest, longest + 1, longest + k.multiple, 0, -k.multiple, INT_MAX,
-                      k.up ? 1 << 30 : 0})
-      cases.push_back({&k, 0, k.code, n, allowed(k, n) ? 0u : 4u});
+    // Every length within two multiples of the shortest and the longest
+    // block; down has no upper limit, so only up meets lengths past any buffer.
+    std::vector<int32_t> lengths = {0, -k.multiple, INT_MAX, k.up ? 1 << 30 : 0};
+    for (int edge : {k.min_length, k.up ? 1440 / k.L * k.M : 96000})
+      for (int n = edge - 2 * k.multiple - 1; n <= edge + 2 * k.multiple + 1; ++n) lengths.push_back(n);
+    for (int32_t n : lengths) cases.push_back({&k, 0, k.code, n, allowed(k, n) ? 0u : 4u});
     for (Case c : {Case{&k, 1, 9, -1, 1}, {&k, 2, 9, -1, 2}, {&k, 3, 9, -1, 2}, {&k, 0, 5, -1, 3},
                    {&k, 0, 5, k.min_length, 3}, {&k, 0, 0xFFFFFFFF, k.min_length, 3}})
       cases.push_back(c);
   }
   std::mt19937 rng(4);
-  const auto in = make_signal(96000 + 6, Fill::kRandom, rng);
+  const auto in = make_signal(96000 + 16, Fill::kRandom, rng);
   auto prepared = fresh_context();
   const auto history = make_signal(rsmpl::kSampleAreaSize, Fill::kRandom, rng);
   std::copy(history.begin(), history.end(), prepared->samples);
