@@ -23,7 +23,13 @@ inline int64_t CoefficientAt(uint32_t q) {
   return RsmplSincCoeff[index] + ((int64_t{RsmplSincSlope[index]} * widened) >> 16);
 }
 
-// One output at Q16 position p. History and block occupy area indices
+// Sample i of history plus block: when they overflow the area by one
+// sample, that sample (the block's newest) is held aside.
+inline int16_t SampleAt(const int16_t *area, int32_t i, int16_t newest) {
+  return i < rsmpl::kSampleAreaSize ? area[i] : newest;
+}
+
+// One output at Q16 position p. History and block occupy indices
 // 0..lastReadable; a tap outside that range, or past the tables, counts as
 // zero. In steady operation every tap is inside and no tap is dropped: the
 // bounds only bite in the call that commits a shrinking filter (whose last
@@ -33,8 +39,9 @@ inline int64_t CoefficientAt(uint32_t q) {
 // past the Q30 range that 32 bits would hold (the absolute coefficient sum
 // reaches about 3.4 just above ratio 1/2), and the result must then
 // saturate rather than wrap.
-inline int16_t OutputAt(const int16_t *area, int32_t lastReadable, int32_t halfLength,
-                        int32_t p, uint32_t phaseStep, int shift, int64_t gain) {
+inline int16_t OutputAt(const int16_t *area, int32_t lastReadable, int16_t newest,
+                        int32_t halfLength, int32_t p, uint32_t phaseStep, int shift,
+                        int64_t gain) {
   const int32_t centre = (p >> 16) + halfLength;
   const uint32_t fraction = static_cast<uint32_t>(p) & 0xFFFFu;
   const uint32_t widened = fraction + (fraction >> 15);
@@ -51,7 +58,7 @@ inline int16_t OutputAt(const int16_t *area, int32_t lastReadable, int32_t halfL
   }
   for (int32_t j = leftFirst; j <= leftLast; ++j) {
     const int64_t h = CoefficientAt(firstPhase + static_cast<uint32_t>(j) * phaseStep);
-    acc += (h * (area[centre - j] >> shift)) >> 16;
+    acc += (h * (SampleAt(area, centre - j, newest) >> shift)) >> 16;
   }
 
   // Right taps: area[centre + j] at (phaseStep - firstPhase) + (j - 1) * phaseStep.
@@ -64,7 +71,7 @@ inline int16_t OutputAt(const int16_t *area, int32_t lastReadable, int32_t halfL
   }
   for (int32_t j = rightFirst; j <= rightLast; ++j) {
     const int64_t h = CoefficientAt(rightPhase + static_cast<uint32_t>(j - 1) * phaseStep);
-    acc += (h * (area[centre + j] >> shift)) >> 16;
+    acc += (h * (SampleAt(area, centre + j, newest) >> shift)) >> 16;
   }
 
   const int64_t q14 = acc >> 16;
@@ -109,9 +116,10 @@ extern "C" {
 //   never runs ahead of the input and no tap reads past the block.
 // - History (2 * historyHalfLength + 1) plus a 1440-sample block at the
 //   longest half-length (104) is one sample more than the area holds. The
-//   newest sample is then kept aside: in steady operation no tap of this
-//   call reads it (outputs end before the block does), and it is put back
-//   as the last history sample.
+//   newest sample is then kept aside, read from there by the taps that
+//   reach it (in steady operation none do: only the last outputs of a call
+//   that commits a shrinking filter), and put back as the last history
+//   sample.
 // - When a pending ratio grows the filter by more than half the block, the
 //   kept history is padded with silence at its oldest end.
 // - When a pending ratio shrinks the filter, the call's last outputs lie
@@ -147,7 +155,7 @@ SKELDA_API uint32_t RSMPLSincInterpolate(RSMPL_Context *ctx, const int16_t *in, 
   int32_t p = start;
   if (limit > 0) {
     while (static_cast<uint32_t>(p >> 16) < static_cast<uint32_t>(limit)) {
-      out[k] = OutputAt(area, lastStored, halfLength, p, phaseStep, shift, gain);
+      out[k] = OutputAt(area, blockEnd, newest, halfLength, p, phaseStep, shift, gain);
       ++k;
       p = rsmpl::SincOutputPosition(start, step, k);
     }

@@ -1,5 +1,6 @@
-// One channel converted by the engine's stage driver in one call on a fresh
-// context: what any chunking of the same stream must reproduce.
+// One channel through an integer-ratio stage, computed by the plain kernel
+// reference over silence followed by the whole stream: what any chunking of
+// the same stream by the engine must reproduce.
 #ifndef SKELDA_TESTS_ENGINE_REFERENCE_H
 #define SKELDA_TESTS_ENGINE_REFERENCE_H
 
