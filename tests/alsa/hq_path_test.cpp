@@ -157,7 +157,10 @@ struct Converter {
   explicit Converter(int (*open)(unsigned, void **, snd_pcm_rate_ops_t *) = _snd_pcm_rate_skelda_hq_open) {
     EXPECT_EQ(open(SND_PCM_RATE_PLUGIN_VERSION, &obj, &ops), 0);
   }
-  ~Converter() { ops.close(obj); }
+  ~Converter() {  // as alsa-lib ends a stream: hw_free, then close
+    ops.free(obj);
+    ops.close(obj);
+  }
   int start(snd_pcm_rate_info_t i) {  // alsa-lib's order in hw_params and prepare
     int rc = ops.init(obj, &i);
     if (rc == 0) rc = ops.adjust_pitch(obj, &i);
