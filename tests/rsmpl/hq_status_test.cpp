@@ -180,17 +180,20 @@ TEST(HqStatus, Process) {
 // never initialised, random bytes, misaligned, or any checked field just
 // past what it can be), then the pointer (2).
 TEST(HqStatus, CallsOnAStateRefuseAnythingButAState) {
-  using Fn = std::function<RSMPL_Status(Arena &, RSMPL_HqState *, bool)>;
-  const std::pair<bool, Fn> calls[] = {  // (has a result, the call)
-      {false, [](Arena &, RSMPL_HqState *st, bool) { return RSMPL_HqSetRatio(st, 3, 2); }},
-      {false, [](Arena &, RSMPL_HqState *st, bool) { return RSMPL_HqReset(st); }},
-      {true, [](Arena &a, RSMPL_HqState *st, bool null) {
-         return RSMPL_HqProcess(st, a.in(), null ? nullptr : a.word(0), a.in() + 64, a.word(1)); }},
-      {true, [](Arena &a, RSMPL_HqState *st, bool null) { return RSMPL_HqOutputFrames(st, 9, null ? 0 : a.word(2)); }},
-      {true, [](Arena &a, RSMPL_HqState *st, bool null) { return RSMPL_HqInputFrames(st, 9, null ? 0 : a.word(2)); }},
-      {true, [](Arena &a, RSMPL_HqState *st, bool null) { return RSMPL_HqGetInfo(st, null ? nullptr : a.info()); }},
-  };
   using S = RSMPL_HqState;
+  const struct {
+    const char *name;
+    bool has_result;
+    std::function<RSMPL_Status(Arena &, S *, bool)> call;  // with a null result pointer, or not
+  } calls[] = {
+      {"SetRatio", false, [](Arena &, S *st, bool) { return RSMPL_HqSetRatio(st, 3, 2); }},
+      {"Reset", false, [](Arena &, S *st, bool) { return RSMPL_HqReset(st); }},
+      {"Process", true, [](Arena &a, S *st, bool null) {
+         return RSMPL_HqProcess(st, a.in(), null ? nullptr : a.word(0), a.in() + 64, a.word(1)); }},
+      {"OutputFrames", true, [](Arena &a, S *st, bool n) { return RSMPL_HqOutputFrames(st, 9, n ? 0 : a.word(2)); }},
+      {"InputFrames", true, [](Arena &a, S *st, bool n) { return RSMPL_HqInputFrames(st, 9, n ? 0 : a.word(2)); }},
+      {"GetInfo", true, [](Arena &a, S *st, bool n) { return RSMPL_HqGetInfo(st, n ? 0 : a.info()); }},
+  };
   const struct {
     const char *what;
     Start start;
@@ -222,20 +225,21 @@ TEST(HqStatus, CallsOnAStateRefuseAnythingButAState) {
       {"small design's phases beside L", kSmall, [](S &s) { ++s.phases; }},
   };
   Arena a;
-  for (const auto &[has_result, call] : calls)
+  for (const auto &c : calls)
     for (bool null : {true, false}) {
+      SCOPED_TRACE(::testing::Message() << c.name << (null ? ", null result" : ""));
       a.prepare(kUp);
-      EXPECT_EQ(call(a, nullptr, null), 1u);
+      EXPECT_EQ(c.call(a, nullptr, null), 1u);
       EXPECT_TRUE(a.unchanged());
       a.prepare(kSmall);
-      EXPECT_EQ(call(a, a.st(), null), null && has_result ? 2u : 0u);
-      if (null && has_result) EXPECT_TRUE(a.unchanged());
+      EXPECT_EQ(c.call(a, a.st(), null), null && c.has_result ? 2u : 0u);
+      if (null && c.has_result) EXPECT_TRUE(a.unchanged());
       for (const auto &d : damages) {
         a.prepare(d.start);
         if (d.change) d.change(*a.st());
         std::memmove(a.st(d.offset), a.st(), a.size);
         a.snap.assign(a.mem, a.mem + Arena::kSize);
-        EXPECT_EQ(call(a, a.st(d.offset), null), 7u) << d.what << (null ? ", null result" : "");
+        EXPECT_EQ(c.call(a, a.st(d.offset), null), 7u) << d.what;
         EXPECT_TRUE(a.unchanged()) << d.what << " changed memory";
       }
     }
