@@ -1,77 +1,57 @@
 // The high-quality resampler's status rules, one table per call: each rule
-// at its boundary and one past it, the documented order when several
-// arguments are wrong, and no change at all from a call that fails.
+// at its boundary and one past it, the order rsmpl_hq.h gives when several
+// arguments are wrong, and no change at all from a call that fails (the
+// whole block around the state, its buffers and results compared).
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <functional>
-#include <random>
+#include <string>
 #include <vector>
 
 #include "support/hq_reference.h"
 
 namespace {
 
-constexpr uint32_t k24 = 1u << 24;
-
-// What a row starts from: an initialised state of these rates and channels
-// (ratio set after, if given), or a block Init never saw.
+// What a row starts from: a state of these rates and channels at this
+// ratio (0: the rates'), or a block Init never saw.
 struct Start {
   uint32_t in, out, channels, ratio_out = 0, ratio_in = 0;
   enum { kReady, kZeroed, kGarbage } kind = kReady;
 };
-const Start kUp{44100, 48000, 2};
-const Start kDown{48000, 44100, 2};
-const Start kUnit{44100, 44100, 2};
-const Start kZeroed{44100, 48000, 2, 0, 0, Start::kZeroed};
-const Start kGarbage{44100, 48000, 2, 0, 0, Start::kGarbage};
+const Start kUp{44100, 48000, 2}, kDown{48000, 44100, 2}, kUnit{44100, 44100, 2};
+const Start kSmall{32000, 48000, 2};  // 3/2: the small ratios' design
+const Start kZeroed{44100, 48000, 2, 0, 0, Start::kZeroed}, kGarbage{44100, 48000, 2, 0, 0, Start::kGarbage};
 
-// One block holding 64 KB of buffer, the state's area, then the input, the
-// output and the result words, so that a snapshot of the block catches any
-// write a failing call makes.
-class Arena {
- public:
-  static constexpr size_t kBefore = 65536, kArea = 1 << 20, kAfter = 65536;
-  Arena() : mem_(static_cast<uint8_t *>(std::aligned_alloc(65536, kBefore + kArea + kAfter))) {
-    std::mt19937 rng(77);
-    for (auto &b : pattern_) b = static_cast<uint8_t>(rng());
-  }
-  ~Arena() { std::free(mem_); }
-
-  // Fresh contents for a row (random bytes around the state); false when
-  // the start cannot be made.
-  bool prepare(const Start &s, uint32_t in_n, uint32_t out_n) {
-    std::memcpy(mem_, pattern_.data(), pattern_.size());
-    if (s.kind == Start::kZeroed) std::memset(state_bytes(), 0, kArea);
-    size = 0;
-    if (RSMPL_HqGetStateSize(s.in, s.out, s.channels, &size) != RSMPL_OK) return false;
-    *in_count() = in_n;
-    *out_count() = out_n;
-    return s.kind != Start::kReady ||
-           (RSMPL_HqInit(st(), size, s.in, s.out, s.channels) == RSMPL_OK &&
-            (s.ratio_out == 0 || RSMPL_HqSetRatio(st(), s.ratio_out, s.ratio_in) == RSMPL_OK));
-  }
-  std::vector<uint8_t> snapshot() const { return {mem_, mem_ + kBefore + kArea + kAfter}; }
-
-  uint8_t *state_bytes() { return mem_ + kBefore; }
-  RSMPL_HqState *st() { return reinterpret_cast<RSMPL_HqState *>(state_bytes()); }
-  RSMPL_HqState *at(size_t offset) { return reinterpret_cast<RSMPL_HqState *>(state_bytes() + offset); }
-  int16_t *before() { return reinterpret_cast<int16_t *>(mem_); }
-  int16_t *in() { return reinterpret_cast<int16_t *>(mem_ + kBefore + kArea); }
-  int16_t *out() { return in() + 4096; }
-  uint32_t *in_count() { return reinterpret_cast<uint32_t *>(out() + 4096); }
-  uint32_t *out_count() { return in_count() + 1; }
-  uint32_t *result() { return in_count() + 2; }
-  RSMPL_HqInfo *info() { return reinterpret_cast<RSMPL_HqInfo *>(in_count() + 4); }
+// One block: 64 KB, the state's area, then 16 frames of input, of output
+// and the result words; scrambled bytes before each row.
+struct Arena {
+  static constexpr size_t kPad = 65536, kSize = 2 * kPad + (1 << 20);
+  uint8_t *mem = static_cast<uint8_t *>(std::aligned_alloc(kPad, kSize));
+  std::vector<uint8_t> snap;
   uint32_t size = 0;
-
- private:
-  uint8_t *mem_;
-  std::vector<uint8_t> pattern_ = std::vector<uint8_t>(kBefore + kArea + kAfter);
+  ~Arena() { std::free(mem); }
+  RSMPL_HqState *st(size_t offset = 0) { return reinterpret_cast<RSMPL_HqState *>(mem + kPad + offset); }
+  int16_t *in() { return reinterpret_cast<int16_t *>(mem + kSize - kPad); }
+  uint32_t *word(int i) { return reinterpret_cast<uint32_t *>(in() + 8192) + i; }  // counts, result
+  RSMPL_HqInfo *info() { return reinterpret_cast<RSMPL_HqInfo *>(word(4)); }
+  void prepare(const Start &s, uint32_t in_n = 16, uint32_t out_n = 16) {
+    for (size_t i = 0; i < kSize; ++i) mem[i] = static_cast<uint8_t>((i * 2654435761u) >> 13);
+    if (s.kind == Start::kZeroed) std::memset(st(), 0, 1 << 20);
+    ASSERT_EQ(RSMPL_HqGetStateSize(s.in, s.out, s.channels, &size), RSMPL_OK);
+    if (s.kind == Start::kReady)
+      ASSERT_TRUE(RSMPL_HqInit(st(), size, s.in, s.out, s.channels) == RSMPL_OK &&
+                  (s.ratio_out == 0 || RSMPL_HqSetRatio(st(), s.ratio_out, s.ratio_in) == RSMPL_OK));
+    *word(0) = in_n;
+    *word(1) = out_n;
+    snap.assign(mem, mem + kSize);
+  }
+  bool unchanged() const { return std::equal(snap.begin(), snap.end(), mem); }
 };
 
 struct Row {
-  const char *what;
+  std::string what;
   Start start;
   RSMPL_Status want;
   std::function<RSMPL_Status(Arena &)> call;
@@ -81,85 +61,62 @@ struct Row {
 void run(const std::vector<Row> &rows) {
   Arena a;
   for (const Row &row : rows) {
-    ASSERT_TRUE(a.prepare(row.start, row.in_n, row.out_n)) << row.what;
-    const auto before = a.snapshot();
+    a.prepare(row.start, row.in_n, row.out_n);
     EXPECT_EQ(row.call(a), row.want) << row.what;
-    if (row.want != RSMPL_OK) EXPECT_TRUE(a.snapshot() == before) << row.what << " changed memory";
+    if (row.want != RSMPL_OK) EXPECT_TRUE(a.unchanged()) << row.what << " changed memory";
   }
 }
 
+// Rates 0, 7999, 8000, 192000 and 192001 on either side, channels 0, 1, 8, 9.
+using Call = std::function<RSMPL_Status(Arena &)>;
+std::vector<Row> range_rows(const std::function<Call(uint32_t, uint32_t, uint32_t)> &call) {
+  std::vector<Row> rows;
+  for (uint32_t r : {0u, 7999u, 8000u, 192000u, 192001u}) {
+    const RSMPL_Status want = r >= 8000 && r <= 192000 ? 0 : 3;
+    rows.push_back({"in " + std::to_string(r), kZeroed, want, call(r, 48000, 2)});
+    rows.push_back({"out " + std::to_string(r), kZeroed, want, call(44100, r, 2)});
+  }
+  for (uint32_t ch : {0u, 1u, 8u, 9u})
+    rows.push_back({std::to_string(ch) + " channels", kZeroed, ch == 0 || ch > 8 ? 4u : 0u, call(44100, 48000, ch)});
+  return rows;
+}
+
 TEST(HqStatus, GetStateSize) {
-  auto size = [](uint32_t in, uint32_t out, uint32_t ch) {
-    return [=](Arena &a) { return RSMPL_HqGetStateSize(in, out, ch, a.result()); };
-  };
-  run({
-      {"in 7999", kUp, 3, size(7999, 48000, 2)},
-      {"in 8000", kUp, 0, size(8000, 48000, 2)},
-      {"in 192000", kUp, 0, size(192000, 48000, 2)},
-      {"in 192001", kUp, 3, size(192001, 48000, 2)},
-      {"in 0", kUp, 3, size(0, 48000, 2)},
-      {"out 7999", kUp, 3, size(48000, 7999, 2)},
-      {"out 8000", kUp, 0, size(48000, 8000, 2)},
-      {"out 192000", kUp, 0, size(48000, 192000, 2)},
-      {"out 192001", kUp, 3, size(48000, 192001, 2)},
-      {"out 0", kUp, 3, size(48000, 0, 2)},
-      {"0 channels", kUp, 4, size(48000, 44100, 0)},
-      {"1 channel", kUp, 0, size(48000, 44100, 1)},
-      {"8 channels", kUp, 0, size(48000, 44100, 8)},
-      {"9 channels", kUp, 4, size(48000, 44100, 9)},
-      {"null size", kUp, 2, [](Arena &) { return RSMPL_HqGetStateSize(48000, 44100, 2, nullptr); }},
-      {"rate before channels and null", kUp, 3,
-       [](Arena &) { return RSMPL_HqGetStateSize(7999, 44100, 9, nullptr); }},
-      {"channels before null", kUp, 4,
-       [](Arena &) { return RSMPL_HqGetStateSize(48000, 44100, 9, nullptr); }},
+  auto rows = range_rows([](uint32_t in, uint32_t out, uint32_t ch) {
+    return [=](Arena &a) { return RSMPL_HqGetStateSize(in, out, ch, a.word(2)); };
   });
+  rows.push_back({"null size", kZeroed, 2, [](Arena &) { return RSMPL_HqGetStateSize(8000, 48000, 1, nullptr); }});
+  rows.push_back({"rate first", kZeroed, 3, [](Arena &) { return RSMPL_HqGetStateSize(7999, 8000, 9, nullptr); }});
+  rows.push_back({"then channels", kZeroed, 4, [](Arena &) { return RSMPL_HqGetStateSize(8000, 8000, 9, nullptr); }});
+  run(rows);
+}
+
+// The size of the rates (of 44100 -> 48000 for rates out of range), `less`
+// bytes short, at `offset` bytes into the area.
+Call init(uint32_t in, uint32_t out, uint32_t ch, uint32_t less = 0, size_t offset = 0) {
+  return [=](Arena &a) {
+    uint32_t size = 0;
+    const bool ok = in >= 8000 && in <= 192000 && out >= 8000 && out <= 192000 && ch >= 1 && ch <= 8;
+    RSMPL_HqGetStateSize(ok ? in : 44100, ok ? out : 48000, ok ? ch : 2, &size);
+    return RSMPL_HqInit(a.st(offset), size - less, in, out, ch);
+  };
 }
 
 TEST(HqStatus, Init) {
-  auto init = [](size_t offset, int64_t size_delta, uint32_t in, uint32_t out, uint32_t ch) {
-    return [=](Arena &a) {
-      uint32_t size = 0;
-      RSMPL_HqGetStateSize(in < 8000 || in > 192000 ? 48000 : in,
-                           out < 8000 || out > 192000 ? 48000 : out, ch == 0 || ch > 8 ? 2 : ch,
-                           &size);
-      return RSMPL_HqInit(a.at(offset), static_cast<uint32_t>(size + size_delta), in, out, ch);
-    };
-  };
-  run({
-      {"null state", kUp, 1, [](Arena &a) { return RSMPL_HqInit(nullptr, a.size, 0, 0, 0); }},
-      {"in 7999", kUp, 3, init(0, 0, 7999, 48000, 2)},
-      {"in 192001", kUp, 3, init(0, 0, 192001, 48000, 2)},
-      {"out 0", kUp, 3, init(0, 0, 44100, 0, 2)},
-      {"out 192000", kUp, 0, init(0, 0, 44100, 192000, 2)},
-      {"0 channels", kUp, 4, init(0, 0, 44100, 48000, 0)},
-      {"9 channels", kUp, 4, init(0, 0, 44100, 48000, 9)},
-      {"8 channels", kUp, 0, init(0, 0, 44100, 48000, 8)},
-      {"rate before channels", kUp, 3, init(0, 0, 8000, 7999, 9)},
-      {"size one byte short", kUp, 4, init(0, -1, 96000, 44100, 3)},
-      {"size exact", kUp, 0, init(0, 0, 96000, 44100, 3)},
-      {"size larger", kUp, 0, init(0, 1000, 96000, 44100, 3)},
-      {"size of fewer channels", kUp, 4,
-       [](Arena &a) {
-         uint32_t size = 0;
-         RSMPL_HqGetStateSize(44100, 48000, 7, &size);
-         return RSMPL_HqInit(a.st(), size, 44100, 48000, 8);
-       }},
-      {"block at 4 bytes past 8", kUp, 4, init(4, 0, 44100, 48000, 2)},
-      {"block at 2 bytes", kUp, 4, init(2, 0, 44100, 48000, 2)},
-      {"block at an odd multiple of 8", kUp, 0, init(8, 0, 44100, 48000, 2)},
-  });
+  auto rows = range_rows([](uint32_t in, uint32_t out, uint32_t ch) { return init(in, out, ch); });
+  rows.push_back({"null state", kZeroed, 1, [](Arena &) { return RSMPL_HqInit(nullptr, 0, 0, 0, 0); }});
+  rows.push_back({"rate before channels", kZeroed, 3, init(8000, 7999, 9)});
+  rows.push_back({"size one byte short", kZeroed, 4, init(96000, 44100, 3, 1)});
+  rows.push_back({"4 bytes past 8-aligned", kZeroed, 4, init(96000, 44100, 3, 0, 4)});
+  run(rows);
 }
 
 // Within 1/16 of 160/147 either way: 170/147 and 50/49 exactly.
 TEST(HqStatus, SetRatio) {
-  auto set = [](uint32_t out, uint32_t in) {
-    return [=](Arena &a) { return RSMPL_HqSetRatio(a.st(), out, in); };
-  };
+  auto set = [](uint32_t out, uint32_t in) { return [=](Arena &a) { return RSMPL_HqSetRatio(a.st(), out, in); }; };
+  const uint32_t k24 = 1u << 24;
   run({
-      {"null state", kUp, 1, [](Arena &) { return RSMPL_HqSetRatio(nullptr, 0, 0); }},
-      {"zeroed block", kZeroed, 7, set(1115, 1024)},
-      {"garbage block", kGarbage, 7, set(1115, 1024)},
-      {"not initialised before zero count", kZeroed, 7, set(0, 0)},
+      {"state before counts", kZeroed, 7, set(0, 0)},
       {"zero out", kUp, 3, set(0, 1024)},
       {"zero in", kUp, 3, set(1115, 0)},
       {"1/16 above", kUp, 0, set(170, 147)},
@@ -167,136 +124,125 @@ TEST(HqStatus, SetRatio) {
       {"1/16 below", kUp, 0, set(50, 49)},
       {"past 1/16 below", kUp, 3, set(1499, 1470)},
       {"terms below 2^24", kUnit, 0, set(k24 - 1, k24 - 2)},
-      {"term of 2^24", kUnit, 3, set(k24, k24 - 1)},
+      {"out term of 2^24", kUnit, 3, set(k24, k24 - 1)},
       {"in term of 2^24", kUnit, 3, set(k24 - 1, k24)},
-      {"large terms in lowest form small", kUnit, 0, set(4000000000u, 4000000000u)},
+      {"large terms, small in lowest form", kUnit, 0, set(4000000000u, 4000000000u)},
       {"largest terms", kUnit, 3, set(0xffffffffu, 0xfffffffeu)},
   });
 }
 
-TEST(HqStatus, ResetAndQueries) {
-  auto reset = [](Arena &a) { return RSMPL_HqReset(a.st()); };
-  auto outputs = [](Arena &a) { return RSMPL_HqOutputFrames(a.st(), 100, a.result()); };
-  auto inputs = [](Arena &a) { return RSMPL_HqInputFrames(a.st(), 100, a.result()); };
-  auto info = [](Arena &a) { return RSMPL_HqGetInfo(a.st(), a.info()); };
-  run({
-      {"Reset null", kUp, 1, [](Arena &) { return RSMPL_HqReset(nullptr); }},
-      {"Reset zeroed", kZeroed, 7, reset},
-      {"Reset garbage", kGarbage, 7, reset},
-      {"Reset", kUp, 0, reset},
-      {"OutputFrames null", kUp, 1, [](Arena &) { return RSMPL_HqOutputFrames(nullptr, 1, nullptr); }},
-      {"OutputFrames zeroed, null result", kZeroed, 7,
-       [](Arena &a) { return RSMPL_HqOutputFrames(a.st(), 1, nullptr); }},
-      {"OutputFrames garbage", kGarbage, 7, outputs},
-      {"OutputFrames null result", kUp, 2,
-       [](Arena &a) { return RSMPL_HqOutputFrames(a.st(), 1, nullptr); }},
-      {"OutputFrames", kUp, 0, outputs},
-      {"InputFrames null", kUp, 1, [](Arena &) { return RSMPL_HqInputFrames(nullptr, 1, nullptr); }},
-      {"InputFrames zeroed, null result", kZeroed, 7,
-       [](Arena &a) { return RSMPL_HqInputFrames(a.st(), 1, nullptr); }},
-      {"InputFrames garbage", kGarbage, 7, inputs},
-      {"InputFrames null result", kUp, 2,
-       [](Arena &a) { return RSMPL_HqInputFrames(a.st(), 1, nullptr); }},
-      {"InputFrames", kUp, 0, inputs},
-      {"GetInfo null", kUp, 1, [](Arena &) { return RSMPL_HqGetInfo(nullptr, nullptr); }},
-      {"GetInfo zeroed, null info", kZeroed, 7,
-       [](Arena &a) { return RSMPL_HqGetInfo(a.st(), nullptr); }},
-      {"GetInfo garbage", kGarbage, 7, info},
-      {"GetInfo null info", kUp, 2, [](Arena &a) { return RSMPL_HqGetInfo(a.st(), nullptr); }},
-      {"GetInfo", kUp, 0, info},
-  });
+// Buffers of 16 frames (32 samples) at sample offsets from the arena's
+// input, from the state's start or from its end; null when not given.
+enum Where { kNull, kBuf, kState, kStateEnd };
+Call io(Where in, ptrdiff_t in_at, Where out = kBuf, ptrdiff_t out_at = 4096) {
+  return [=](Arena &a) {
+    auto at = [&](Where w, ptrdiff_t i) {
+      int16_t *s = reinterpret_cast<int16_t *>(a.st());
+      return w == kNull ? nullptr : (w == kBuf ? a.in() : w == kState ? s : s + a.size / 2) + i;
+    };
+    return RSMPL_HqProcess(a.st(), at(in, in_at), a.word(0), at(out, out_at), a.word(1));
+  };
 }
 
-// Buffers given by their offsets in samples from the arena's input buffer
-// (2 channels: 2 samples a frame), with 16 frames each unless a row says.
 TEST(HqStatus, Process) {
-  auto process = [](ptrdiff_t in_at, ptrdiff_t out_at) {
-    return [=](Arena &a) {
-      return RSMPL_HqProcess(a.st(), a.in() + in_at, a.in_count(), a.in() + out_at, a.out_count());
-    };
-  };
-  // Input or output against the state's block of a.size bytes.
-  auto near_state = [](bool input, ptrdiff_t byte_offset) {
-    return [=](Arena &a) {
-      int16_t *p = reinterpret_cast<int16_t *>(a.state_bytes() + byte_offset);
-      return input ? RSMPL_HqProcess(a.st(), p, a.in_count(), a.out(), a.out_count())
-                   : RSMPL_HqProcess(a.st(), a.in(), a.in_count(), p, a.out_count());
-    };
-  };
-  auto null_in = [](Arena &a) {
-    return RSMPL_HqProcess(a.st(), nullptr, a.in_count(), a.out(), a.out_count());
-  };
-  auto null_out = [](Arena &a) {
-    return RSMPL_HqProcess(a.st(), a.in(), a.in_count(), nullptr, a.out_count());
-  };
-  const ptrdiff_t frames32 = 32;  // 16 frames of 2 channels
-  const Start rising_set_to_one{47000, 48000, 2, 1, 1};
-  const Start falling_set_above_one{46000, 45000, 2, 103, 100};
+  const Start rising_at_one{47000, 48000, 2, 1, 1}, falling_above_one{46000, 45000, 2, 103, 100};
   run({
-      {"null state", kUp, 1,
-       [](Arena &a) { return RSMPL_HqProcess(nullptr, a.in(), nullptr, a.out(), nullptr); }},
-      {"zeroed block, null counts", kZeroed, 7,
-       [](Arena &a) { return RSMPL_HqProcess(a.st(), a.in(), nullptr, a.out(), nullptr); }},
-      {"garbage block", kGarbage, 7, process(0, 4096)},
-      {"null in count", kUp, 2,
-       [](Arena &a) { return RSMPL_HqProcess(a.st(), a.in(), nullptr, a.out(), a.out_count()); }},
-      {"null out count", kUp, 2,
-       [](Arena &a) { return RSMPL_HqProcess(a.st(), a.in(), a.in_count(), a.out(), nullptr); }},
-      {"null in, no frames", kUp, 0, null_in, 0},
-      {"null in, one frame", kUp, 2, null_in, 1},
-      {"null out, no room", kUp, 0, null_out, 16, 0},
-      {"null out, room of one", kUp, 2, null_out, 16, 1},
       {"null counts before overlap", kUp, 2,
-       [](Arena &a) { return RSMPL_HqProcess(a.st(), a.in(), nullptr, a.in() + 2, a.out_count()); }},
-      {"no frames, no room", kUp, 0, process(0, 4096), 0, 0},
-      {"out one frame into in", kUp, 8, process(0, 2)},
-      {"out right after in", kUp, 0, process(0, frames32)},
-      {"out ending one frame into in", kUp, 8, process(frames32, 2)},
-      {"out ending where in starts", kUp, 0, process(frames32, 0)},
-      {"same buffer, rising", kUp, 8, process(0, 0)},
-      {"same buffer, falling", kDown, 0, process(0, 0)},
-      {"same buffer, one to one", kUnit, 0, process(0, 0)},
-      {"same buffer, rising rates at ratio 1", rising_set_to_one, 0, process(0, 0)},
-      {"same buffer, falling rates at ratio above 1", falling_set_above_one, 8, process(0, 0)},
-      {"out one frame into in, falling", kDown, 8, process(0, 2)},
-      {"out one frame before in, falling", kDown, 8, process(2, 0)},
-      {"same start, no room", kUp, 0, process(0, 0), 16, 0},
-      {"in inside the state", kUp, 8, near_state(true, 64)},
-      {"in on the state's last bytes", kUp, 8, [&](Arena &a) { return near_state(true, a.size - 2)(a); }},
-      {"in right after the state", kUp, 0, [&](Arena &a) { return near_state(true, a.size)(a); }},
-      {"out ending inside the state", kUp, 8, near_state(false, -62)},
-      {"out ending where the state starts", kUp, 0, near_state(false, -64)},
-      {"no frames inside the state", kUp, 0, near_state(true, 64), 0},
+       [](Arena &a) { return RSMPL_HqProcess(a.st(), a.in(), nullptr, a.in(), a.word(1)); }},
+      {"null room", kUp, 2, [](Arena &a) { return RSMPL_HqProcess(a.st(), a.in(), a.word(0), a.in() + 64, nullptr); }},
+      {"null in, no frames", kUp, 0, io(kNull, 0), 0},
+      {"null in, one frame", kUp, 2, io(kNull, 0), 1},
+      {"null out, no room", kUp, 0, io(kBuf, 0, kNull, 0), 16, 0},
+      {"null out, room of one", kUp, 2, io(kBuf, 0, kNull, 0), 16, 1},
+      {"null buffer before overlap", kUp, 2, io(kNull, 0, kState, 0)},
+      {"out starting on in's last sample", kUp, 8, io(kBuf, 0, kBuf, 31)},
+      {"out right after in", kUp, 0, io(kBuf, 0, kBuf, 32)},
+      {"out ending on in's first sample", kUp, 8, io(kBuf, 32, kBuf, 1)},
+      {"out ending where in starts", kUp, 0, io(kBuf, 32, kBuf, 0)},
+      {"out one sample on, falling", kDown, 8, io(kBuf, 0, kBuf, 1)},
+      {"same buffer, rising", kUp, 8, io(kBuf, 0, kBuf, 0)},
+      {"same buffer, falling", kDown, 0, io(kBuf, 0, kBuf, 0)},
+      {"same buffer, one to one", kUnit, 0, io(kBuf, 0, kBuf, 0)},
+      {"same buffer, rising rates at ratio 1", rising_at_one, 0, io(kBuf, 0, kBuf, 0)},
+      {"same buffer, falling rates above ratio 1", falling_above_one, 8, io(kBuf, 0, kBuf, 0)},
+      {"same buffer, rising, no room", kUp, 0, io(kBuf, 0, kBuf, 0), 16, 0},
+      {"same buffer, rising, no frames", kUp, 0, io(kBuf, 0, kBuf, 0), 0},
+      {"in on the state's last sample", kUp, 8, io(kStateEnd, -1)},
+      {"in right after the state", kUp, 0, io(kStateEnd, 0)},
+      {"out ending on the state's first sample", kUp, 8, io(kBuf, 0, kState, -31)},
+      {"out ending where the state starts", kUp, 0, io(kBuf, 0, kState, -32)},
+      {"no frames inside the state", kUp, 0, io(kState, 32), 0},
   });
 }
 
-// A block that Init refused, because it is misaligned, is not a state.
-TEST(HqStatus, MisalignedBlockIsNotAState) {
-  run({
-      {"Reset at 4 bytes past 8", kZeroed, 7, [](Arena &a) { return RSMPL_HqReset(a.at(4)); }},
-      {"GetInfo at 2 bytes", kZeroed, 7, [](Arena &a) { return RSMPL_HqGetInfo(a.at(2), a.info()); }},
-  });
-}
-
-// Blocks aligned to 8 but not 16, and to 65536, run as a 64-byte aligned one.
-TEST(HqStatus, EveryAlignmentFrom8To65536RunsTheSame) {
+// Every call that takes a state, each with a null result (or count) pointer
+// and with valid ones: the state is checked first (1 null, 7 not a state:
+// never initialised, random bytes, misaligned, or any checked field just
+// past what it can be), then the pointer (2).
+TEST(HqStatus, CallsOnAStateRefuseAnythingButAState) {
+  using S = RSMPL_HqState;
+  const struct {
+    const char *name;
+    bool has_result;
+    std::function<RSMPL_Status(Arena &, S *, bool)> call;  // with a null result pointer, or not
+  } calls[] = {
+      {"SetRatio", false, [](Arena &, S *st, bool) { return RSMPL_HqSetRatio(st, 3, 2); }},
+      {"Reset", false, [](Arena &, S *st, bool) { return RSMPL_HqReset(st); }},
+      {"Process", true, [](Arena &a, S *st, bool null) {
+         return RSMPL_HqProcess(st, a.in(), null ? nullptr : a.word(0), a.in() + 64, a.word(1)); }},
+      {"OutputFrames", true, [](Arena &a, S *st, bool n) { return RSMPL_HqOutputFrames(st, 9, n ? 0 : a.word(2)); }},
+      {"InputFrames", true, [](Arena &a, S *st, bool n) { return RSMPL_HqInputFrames(st, 9, n ? 0 : a.word(2)); }},
+      {"GetInfo", true, [](Arena &a, S *st, bool n) { return RSMPL_HqGetInfo(st, n ? 0 : a.info()); }},
+  };
+  const struct {
+    const char *what;
+    Start start;
+    std::function<void(S &)> change;
+    size_t offset = 0;
+  } damages[] = {
+      {"never initialised", kZeroed, nullptr},
+      {"random bytes", kGarbage, nullptr},
+      {"moved 4 bytes", kUp, nullptr, 4},
+      {"magic", kUp, [](S &s) { s.magic ^= 1; }},
+      {"in rate 7999", kUp, [](S &s) { s.in_rate = 7999; }},
+      {"out rate 192001", kUp, [](S &s) { s.out_rate = 192001; }},
+      {"0 channels", kUp, [](S &s) { s.channels = 0; }},
+      {"9 channels", kUp, [](S &s) { s.channels = 9; }},
+      {"taps", kUp, [](S &s) { s.taps += 16; }},
+      {"phases held", kUp, [](S &s) { ++s.max_phases; }},
+      {"line size", kUp, [](S &s) { ++s.line_cap; }},
+      {"bytes one short", kUp, [](S &s) { --s.bytes; }},
+      {"L 0", kUp, [](S &s) { s.ratio_out = 0; }},
+      {"M 0", kUp, [](S &s) { s.ratio_in = 0; }},
+      {"phases at the most held", kUp, [](S &s) { s.phases = s.max_phases; }},
+      {"phase r at L", kUp, [](S &s) { s.r = s.ratio_out; }},
+      {"fill past the line", kUp, [](S &s) { s.fill = s.line_cap + 1; }},
+      {"end before a whole window", kUp, [](S &s) { s.end = s.taps - 2; }},
+      {"small design on a sinc ratio", kUp, [](S &s) { s.direct = 3; }},
+      {"small design's D", kSmall, [](S &s) { ++s.direct; }},
+      {"small design's taps", kSmall, [](S &s) { s.active += 4; }},
+      {"small design's pair stride", kSmall, [](S &s) { ++s.pair_stride; }},
+      {"small design's phases beside L", kSmall, [](S &s) { ++s.phases; }},
+  };
   Arena a;
-  std::mt19937 rng(5);
-  std::vector<int16_t> x(8 * 3000);
-  for (auto &v : x) v = static_cast<int16_t>(rng());
-  std::vector<int16_t> want;
-  for (size_t offset : {64, 8, 24, 0}) {  // 0: the arena's start, 65536-aligned
-    RSMPL_HqState *st = offset == 0 ? reinterpret_cast<RSMPL_HqState *>(a.before()) : a.at(offset);
-    uint32_t size = 0;
-    ASSERT_EQ(RSMPL_HqGetStateSize(44100, 48000, 8, &size), RSMPL_OK);
-    ASSERT_EQ(RSMPL_HqInit(st, size, 44100, 48000, 8), RSMPL_OK) << offset;
-    std::vector<int16_t> y(8 * 4000);
-    uint32_t in_n = 3000, out_n = 4000;
-    ASSERT_EQ(RSMPL_HqProcess(st, x.data(), &in_n, y.data(), &out_n), RSMPL_OK);
-    y.resize(8 * out_n);
-    if (want.empty()) want = y;
-    EXPECT_TRUE(y == want) << "offset " << offset;
-  }
+  for (const auto &c : calls)
+    for (bool null : {true, false}) {
+      SCOPED_TRACE(::testing::Message() << c.name << (null ? ", null result" : ""));
+      a.prepare(kUp);
+      EXPECT_EQ(c.call(a, nullptr, null), 1u);
+      EXPECT_TRUE(a.unchanged());
+      a.prepare(kSmall);
+      EXPECT_EQ(c.call(a, a.st(), null), null && c.has_result ? 2u : 0u);
+      if (null && c.has_result) EXPECT_TRUE(a.unchanged());
+      for (const auto &d : damages) {
+        a.prepare(d.start);
+        if (d.change) d.change(*a.st());
+        std::memmove(a.st(d.offset), a.st(), a.size);
+        a.snap.assign(a.mem, a.mem + Arena::kSize);
+        EXPECT_EQ(c.call(a, a.st(d.offset), null), 7u) << d.what;
+        EXPECT_TRUE(a.unchanged()) << d.what << " changed memory";
+      }
+    }
 }
 
 }  // namespace
