@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "tests/fuzz/fuzz_input.h"
+#include "tests/fuzz/quiet_alsa.h"
 
 extern "C" int _snd_pcm_rate_skelda_hq_open(unsigned int version, void **objp,
                                             snd_pcm_rate_ops_t *ops);
@@ -18,11 +19,7 @@ extern "C" int _snd_pcm_rate_skelda_hq_open(unsigned int version, void **objp,
 namespace {
 
 const unsigned kRates[] = {0, 7999, 8000, 11025, 22050, 44100, 48000, 96000, 192000, 192001};
-
-unsigned rate(FuzzInput &in) {
-  const uint32_t pick = in.below(16);
-  return pick < 10 ? kRates[pick] : in.take<uint32_t>();
-}
+unsigned rate(FuzzInput &in) { return in.one_of(kRates, 16); }
 
 snd_pcm_uframes_t period(FuzzInput &in) {
   switch (in.below(4)) {
@@ -31,8 +28,6 @@ snd_pcm_uframes_t period(FuzzInput &in) {
     default: return in.below(30000);
   }
 }
-
-void quiet(const char *, int, const char *, int, const char *, ...) {}
 
 // What the dump says: the channel count, or 0 when nothing is set up.
 unsigned dumped_channels(const snd_pcm_rate_ops_t &ops, void *obj) {
@@ -51,12 +46,6 @@ unsigned dumped_channels(const snd_pcm_rate_ops_t &ops, void *obj) {
 }
 
 }  // namespace
-
-// The converter's reports are expected here; keep them off the fuzzer's output.
-extern "C" int LLVMFuzzerInitialize(int *, char ***) {
-  snd_lib_error_set_handler(quiet);
-  return 0;
-}
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   FuzzInput in(data, size);

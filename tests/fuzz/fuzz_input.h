@@ -19,6 +19,13 @@ class FuzzInput {
   }
   // A value in [0, bound), bound > 0.
   uint32_t below(uint32_t bound) { return take<uint32_t>() % bound; }
+  // Mostly one of `table`'s values: a pick from 0 to odds - 1 takes the
+  // entry it names, a pick past the table any 32-bit value.
+  template <size_t N>
+  uint32_t one_of(const unsigned (&table)[N], uint32_t odds) {
+    const uint32_t pick = below(odds);
+    return pick < N ? table[pick] : take<uint32_t>();
+  }
   bool empty() const { return at_ >= size_; }
 
  private:
