@@ -23,7 +23,8 @@ TEST(AlsaFirPath, OutputIsTheEngineConversionOfEachChannel) {
                {8000, 48000, 2, 256, "FIR filter, UP 8000 -> 48000"}};
   std::mt19937 rng(11);
   for (const auto &c : cases) {
-    SCOPED_TRACE(::testing::Message() << c.converter << ", " << c.channels << " ch, period " << c.period);
+    SCOPED_TRACE(::testing::Message()
+                 << c.converter << ", " << c.channels << " ch, period " << c.period);
     const bool up = c.out_rate > c.in_rate;
     const unsigned factor = up ? c.out_rate / c.in_rate : c.in_rate / c.out_rate;
     std::vector<int16_t> input(size_t(c.in_rate) * c.channels);  // one second
@@ -36,7 +37,9 @@ TEST(AlsaFirPath, OutputIsTheEngineConversionOfEachChannel) {
     r.pad_last_period = true;
     const PipelineResult out = play_through_alsa(r, input);
     ASSERT_EQ(out.error, 0) << out.failed_call;
-    EXPECT_NE(out.dump.find(std::string("RSMPL Converter: ") + c.converter + "\n"), std::string::npos) << out.dump;
+    EXPECT_NE(out.dump.find(std::string("RSMPL Converter: ") + c.converter + "\n"),
+              std::string::npos)
+        << out.dump;
     const size_t periods = (input.size() / c.channels + out.client_period - 1) / out.client_period;
     input.resize(periods * out.client_period * c.channels, 0);
     for (unsigned ch = 0; ch < c.channels; ++ch)

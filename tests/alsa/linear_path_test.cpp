@@ -25,7 +25,8 @@ TEST(AlsaLinearPath, OutputIsTheReferenceConversionOfEachPeriod) {
                {48000, 48000, 2, 1000, "Linear, DOWN 48000 -> 48000"}};
   std::mt19937 rng(7);
   for (const auto &c : cases) {
-    SCOPED_TRACE(::testing::Message() << c.converter << ", " << c.channels << " ch, period " << c.period);
+    SCOPED_TRACE(::testing::Message()
+                 << c.converter << ", " << c.channels << " ch, period " << c.period);
     std::vector<int16_t> input(size_t(c.in_rate) * c.channels);  // one second
     for (int16_t &s : input) s = static_cast<int16_t>(rng());
     PipelineRequest r;
@@ -36,7 +37,9 @@ TEST(AlsaLinearPath, OutputIsTheReferenceConversionOfEachPeriod) {
     r.pad_last_period = true;
     const PipelineResult out = play_through_alsa(r, input);
     ASSERT_EQ(out.error, 0) << out.failed_call;
-    EXPECT_NE(out.dump.find(std::string("RSMPL Converter: ") + c.converter + "\n"), std::string::npos) << out.dump;
+    EXPECT_NE(out.dump.find(std::string("RSMPL Converter: ") + c.converter + "\n"),
+              std::string::npos)
+        << out.dump;
     const unsigned long in_period = out.client_period, out_period = out.slave_period;
     const ref::Pitch pitch = ref::adjust(in_period, out_period, {0, 0, 0});
     ASSERT_EQ(pitch.result, 0) << in_period << " -> " << out_period;
@@ -49,10 +52,12 @@ TEST(AlsaLinearPath, OutputIsTheReferenceConversionOfEachPeriod) {
       int16_t carried = 0;
       bool overflow = false;
       for (size_t k = 0; k < periods; ++k) {
-        const std::vector<int16_t> period(x.begin() + k * in_period, x.begin() + (k + 1) * in_period);
+        const std::vector<int16_t> period(x.begin() + k * in_period,
+                                          x.begin() + (k + 1) * in_period);
         const std::vector<int16_t> y =
-            c.out_rate > c.in_rate ? ref::expand(period, carried, pitch.pitch, pitch.shift, out_period)
-                                   : ref::shrink(period, pitch.pitch, out_period, &overflow);
+            c.out_rate > c.in_rate
+                ? ref::expand(period, carried, pitch.pitch, pitch.shift, out_period)
+                : ref::shrink(period, pitch.pitch, out_period, &overflow);
         want.insert(want.end(), y.begin(), y.end());
       }
       ASSERT_TRUE(deinterleave(out.output, c.channels, ch) == want) << "channel " << ch;

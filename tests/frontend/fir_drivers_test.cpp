@@ -24,7 +24,9 @@ class FirDriverTest : public ConverterTest {
     if (work_ != guarded_.data()) std::swap(rec_->work, work_);
     ConverterTest::TearDown();
   }
-  bool guard_intact() const { return std::count(guarded_.begin() + kWorkSamples, guarded_.end(), kGuard) == 64; }
+  bool guard_intact() const {
+    return std::count(guarded_.begin() + kWorkSamples, guarded_.end(), kGuard) == 64;
+  }
   std::vector<int16_t> guarded_ = std::vector<int16_t>(kWorkSamples + 64, kGuard);
   int16_t *work_ = guarded_.data();
   std::mt19937_64 rng_{6};
@@ -38,7 +40,7 @@ TEST_F(FirDriverTest, AnyCutOfTheStreamGivesTheEngineConversion) {
     bool up;
     unsigned channels;
     std::vector<unsigned> periods;
-  } cases[] = {{2, false, 1, {1440, 1442, 2002, 4, 2}}, {3, false, 4, {1446, 6000, 18, 3}},
+  } cases[] = {{2, false, 1, {1440, 1442, 2002, 4, 2}},  {3, false, 4, {1446, 6000, 18, 3}},
                {6, false, 3, {1440, 1446, 2880, 36, 6}}, {2, true, 1, {720, 721, 1000, 4, 1}},
                {3, true, 2, {480, 481, 1000, 6, 2}},     {6, true, 4, {240, 241, 500, 1, 7}}};
   ErrorCapture errors;
@@ -69,22 +71,24 @@ TEST_F(FirDriverTest, UnevenPeriodsStayWithinDstFrames) {
     unsigned factor;
     bool up;
     unsigned channels, src_frames, dst_frames;
-  } rows[] = {{6, false, 2, 1441, 240}, {2, false, 2, 2000, 1000}, {2, false, 2, 2000, 999},
-              {2, false, 2, 2000, 1001}, {2, false, 2, 2000, 300}, {2, true, 2, 1000, 2000},
-              {2, true, 2, 1000, 1999},  {2, true, 2, 1000, 2001}, {3, false, 2, 0, 10},
+  } rows[] = {{6, false, 2, 1441, 240},  {2, false, 2, 2000, 1000}, {2, false, 2, 2000, 999},
+              {2, false, 2, 2000, 1001}, {2, false, 2, 2000, 300},  {2, true, 2, 1000, 2000},
+              {2, true, 2, 1000, 1999},  {2, true, 2, 1000, 2001},  {3, false, 2, 0, 10},
               {3, true, 2, 0, 10},       {3, false, 0, 30, 9},      {3, true, 0, 30, 89}};
   for (const auto &r : rows) {
     SCOPED_TRACE(::testing::Message() << "factor " << r.factor << (r.up ? " up, " : " down, ")
                                       << r.src_frames << " -> " << r.dst_frames);
     configure(r.factor, r.up, r.channels);
     const unsigned made = r.up ? r.src_frames * r.factor : r.src_frames / r.factor;
-    const std::vector<int16_t> src = random_samples(rng_, size_t(r.src_frames) * std::max(r.channels, 1u));
+    const std::vector<int16_t> src =
+        random_samples(rng_, size_t(r.src_frames) * std::max(r.channels, 1u));
     std::vector<int16_t> dst(size_t(r.dst_frames + 8) * 4, kGuard);
     ErrorCapture errors;
     ops_.convert_s16(obj_, dst.data(), r.dst_frames, src.data(), r.src_frames);
     const bool silent = r.src_frames == 0 || r.channels == 0;
     for (unsigned ch = 0; ch < r.channels; ++ch) {
-      std::vector<int16_t> want = engine_convert_channel(deinterleave(src, r.channels, ch), r.factor, r.up);
+      std::vector<int16_t> want =
+          engine_convert_channel(deinterleave(src, r.channels, ch), r.factor, r.up);
       want.resize(std::min(made, r.dst_frames));
       want.resize(silent ? 0 : r.dst_frames, 0);
       want.resize(dst.size() / r.channels, kGuard);

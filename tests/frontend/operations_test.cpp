@@ -21,15 +21,17 @@ bool refuse() { return g_allowed >= 0 && g_allowed-- == 0; }
 }  // namespace
 void fail_allocation_after(int succeed) { g_allowed = succeed; }
 extern "C" void *__wrap_malloc(size_t n) { return refuse() ? nullptr : __real_malloc(n); }
-extern "C" void *__wrap_calloc(size_t n, size_t m) { return refuse() ? nullptr : __real_calloc(n, m); }
+extern "C" void *__wrap_calloc(size_t n, size_t m) {
+  return refuse() ? nullptr : __real_calloc(n, m);
+}
 
 namespace {
 
 TEST(PluginEntry, OpenFillsTheTableItsVersionHas) {
-  const snd_pcm_rate_ops_t all = {pcm_rsmpl_close, pcm_rsmpl_init, pcm_rsmpl_free, pcm_rsmpl_reset,
-                                  pcm_rsmpl_adjust_pitch, nullptr, pcm_rsmpl_convert_s16,
-                                  pcm_rsmpl_input_frames, pcm_rsmpl_output_frames, 0x10002,
-                                  pcm_rsmpl_get_supported_rates, pcm_rsmpl_dump};
+  const snd_pcm_rate_ops_t all = {
+      pcm_rsmpl_close, pcm_rsmpl_init, pcm_rsmpl_free, pcm_rsmpl_reset, pcm_rsmpl_adjust_pitch,
+      nullptr, pcm_rsmpl_convert_s16, pcm_rsmpl_input_frames, pcm_rsmpl_output_frames, 0x10002,
+      pcm_rsmpl_get_supported_rates, pcm_rsmpl_dump};
   // Only the old protocol's table ends at output_frames.
   const struct {
     unsigned version;
@@ -83,20 +85,28 @@ TEST_F(ConverterTest, InitRulesAtTheirBoundaries) {
     unsigned factor = 0;
     int32_t code = -1;
   } rows[] = {
-      {8000, 16000, 2, -1, 0, kFirUp, 2, 1}, {8000, 15999, 2, -1, 0, kLinearUp}, {8000, 16001, 2, -1, 0, kLinearUp},
-      {8000, 24000, 2, -1, 0, kFirUp, 3, 2}, {8000, 32000, 2, -1, 0, kLinearUp}, {8000, 40000, 2, -1, 0, kLinearUp},
-      {8000, 48000, 2, -1, 0, kFirUp, 6, 4}, {8000, 56000, 2, -1, 0, kLinearUp}, {16000, 8000, 2, -1, 0, kFirDown, 2, 1},
-      {16001, 8000, 2, -1, 0, kLinearDown},  {24000, 8000, 2, -1, 0, kFirDown, 3, 2}, {32000, 8000, 2, -1, 0, kLinearDown},
-      {48000, 8000, 2, -1, 0, kFirDown, 6, 4}, {56000, 8000, 2, -1, 0, kLinearDown}, {48000, 48000, 2, -1, 0, kLinearDown},
-      {48000, 48001, 2, -1, 0, kLinearUp},   {3000000000u, 1000000000u, 2, -1, 0, kFirDown, 3, 2},
+      {8000, 16000, 2, -1, 0, kFirUp, 2, 1}, {8000, 15999, 2, -1, 0, kLinearUp},
+      {8000, 16001, 2, -1, 0, kLinearUp}, {8000, 24000, 2, -1, 0, kFirUp, 3, 2},
+      {8000, 32000, 2, -1, 0, kLinearUp}, {8000, 40000, 2, -1, 0, kLinearUp},
+      {8000, 48000, 2, -1, 0, kFirUp, 6, 4}, {8000, 56000, 2, -1, 0, kLinearUp},
+      {16000, 8000, 2, -1, 0, kFirDown, 2, 1}, {16001, 8000, 2, -1, 0, kLinearDown},
+      {24000, 8000, 2, -1, 0, kFirDown, 3, 2}, {32000, 8000, 2, -1, 0, kLinearDown},
+      {48000, 8000, 2, -1, 0, kFirDown, 6, 4}, {56000, 8000, 2, -1, 0, kLinearDown},
+      {48000, 48000, 2, -1, 0, kLinearDown}, {48000, 48001, 2, -1, 0, kLinearUp},
+      {3000000000u, 1000000000u, 2, -1, 0, kFirDown, 3, 2},
       {4294967295u, 2147483648u, 2, -1, 0, kLinearDown},
-      {44100, 48000, 4, -1, 0, kLinearUp},   {44100, 48000, 5, -1, -EINVAL}, {44100, 48000, 0, -1, 0, kLinearUp},
-      {44100, 48000, 1000, -1, -EINVAL},     {1, 48000, 1, -1, 0, kLinearUp}, {0, 48000, 1, -1, -EINVAL},
-      {48000, 1, 1, -1, 0, kLinearDown},     {48000, 0, 1, -1, -EINVAL},     {44100, 48000, 3, 0, -ENOMEM},
-      {44100, 48000, 3, 1, -ENOMEM},         {44100, 48000, 3, 3, -ENOMEM},  {44100, 48000, 3, 4, 0, kLinearUp}};
-  const char *formats[] = {"FIR filter, UP %d -> %d", "FIR filter, DOWN %d -> %d", "Linear, UP %d -> %d",
-                           "Linear, DOWN %d -> %d"};
-  const rsmpl_convert_fn converters[] = {src_fir_up_s16, src_fir_down_s16, src_linear_expand_s16, src_linear_shrink_s16};
+      {1 << 20, 1, 2, -1, 0, kLinearDown},  // a pitch of exactly a half rounds up
+      {(1 << 20) + 1, 1, 2, -1, 0, kLinearDown},  // just below a half rounds down
+      {44100, 48000, 4, -1, 0, kLinearUp}, {44100, 48000, 5, -1, -EINVAL},
+      {44100, 48000, 0, -1, 0, kLinearUp}, {44100, 48000, 1000, -1, -EINVAL},
+      {1, 48000, 1, -1, 0, kLinearUp}, {0, 48000, 1, -1, -EINVAL},
+      {48000, 1, 1, -1, 0, kLinearDown}, {48000, 0, 1, -1, -EINVAL},
+      {44100, 48000, 3, 0, -ENOMEM}, {44100, 48000, 3, 1, -ENOMEM},
+      {44100, 48000, 3, 3, -ENOMEM}, {44100, 48000, 3, 4, 0, kLinearUp}};
+  const char *formats[] = {"FIR filter, UP %d -> %d", "FIR filter, DOWN %d -> %d",
+                           "Linear, UP %d -> %d", "Linear, DOWN %d -> %d"};
+  const rsmpl_convert_fn converters[] = {src_fir_up_s16, src_fir_down_s16, src_linear_expand_s16,
+                                         src_linear_shrink_s16};
   for (const auto &r : rows) {
     SCOPED_TRACE(::testing::Message() << r.in_rate << " -> " << r.out_rate << ", " << r.channels
                                       << " ch, refusing allocation " << r.fail);
@@ -104,9 +114,9 @@ TEST_F(ConverterTest, InitRulesAtTheirBoundaries) {
     ASSERT_EQ(init(8000, 24000, 2), 0);
     std::vector<int16_t> src(2 * 300, 1000), dst(2 * 900);
     ops_.convert_s16(obj_, dst.data(), 900, src.data(), 300);
-    rsmpl_converter before, want;
+    rsmpl_converter before;
     std::memcpy(&before, rec_, sizeof before);
-    std::memcpy(&want, rec_, sizeof want);
+    rsmpl_converter want = before;
     fail_allocation_after(r.fail);
     ASSERT_EQ(init(r.in_rate, r.out_rate, r.channels), r.result);
     fail_allocation_after(-1);

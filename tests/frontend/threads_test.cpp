@@ -19,7 +19,8 @@ std::vector<int16_t> convert_stream(const Stream &s) {
   void *obj = nullptr;
   snd_pcm_rate_ops_t ops{};
   EXPECT_EQ(_snd_pcm_rate_skelda_open(SND_PCM_RATE_PLUGIN_VERSION, &obj, &ops), 0);
-  snd_pcm_rate_info_t info = rate_info(s.in_rate, s.out_rate, s.channels, s.in_period, s.out_period);
+  snd_pcm_rate_info_t info =
+      rate_info(s.in_rate, s.out_rate, s.channels, s.in_period, s.out_period);
   EXPECT_EQ(ops.init(obj, &info), 0);
   EXPECT_EQ(ops.adjust_pitch(obj, &info), 0);
   ops.reset(obj);

@@ -64,8 +64,8 @@ inline int16_t blend(int16_t a, int64_t wa, int16_t b, int64_t wb) {
 // pitch. Before input 0 stands the carried sample, after the last one the
 // last is held. Takes pitch > 1.0; the weight's shift counts modulo 32 and a
 // zero divisor gives weight 0.
-inline std::vector<int16_t> expand(const std::vector<int16_t> &x, int16_t &carried,
-                                   uint32_t pitch, uint32_t shift, unsigned frames) {
+inline std::vector<int16_t> expand(const std::vector<int16_t> &x, int16_t &carried, uint32_t pitch,
+                                   uint32_t shift, unsigned frames) {
   const auto at = [&](int64_t i) {
     return i < 0 || x.empty() ? carried : x[std::min<int64_t>(i, int64_t(x.size()) - 1)];
   };
