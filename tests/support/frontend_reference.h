@@ -34,7 +34,9 @@ struct Pitch {
   uint32_t pitch, shift;
 };
 
-// adjust_pitch for periods I -> O from a record holding `before`.
+// adjust_pitch for periods I -> O from a record holding `before`. Where the
+// search would divide by zero or run on (a zero side, periods past 2^40
+// frames, an estimate of 0 or past 32 bits) the call is refused.
 inline Pitch adjust(uint64_t I, uint64_t O, Pitch before) {
   const uint64_t kLargest = uint64_t{1} << 40;
   if (I == 0 && O == 0) return {0, 0, before.shift};
@@ -44,13 +46,14 @@ inline Pitch adjust(uint64_t I, uint64_t O, Pitch before) {
   if (estimate == 0 || estimate > UINT32_MAX) return {-EIO, uint32_t(estimate), before.shift};
   // input_frames(O) is I exactly for the pitches in (2F/(2I+1), 2F/(2I-1)],
   // F = O in Q19. The search moves from the estimate to the nearest of them;
-  // when there is none it stops at the first pitch on the far side of I.
+  // when there is none it stops at the first pitch on the far side of I. It
+  // never leaves 1 .. 2^32 - 1.
   const uint64_t lo = uint64_t(twice / (2 * I + 1)) + 1, hi = uint64_t(twice / (2 * I - 1));
   const uint64_t p = estimate < lo ? lo : estimate > hi ? hi : estimate;
   if (p == 0 || p > UINT32_MAX) return {-EIO, uint32_t(estimate), before.shift};
   if (lo > hi) return {-EIO, uint32_t(p), before.shift};
-  uint32_t shift = before.shift;
-  if (p >= kOne) shift = std::max(1, 64 - __builtin_clzll(p) - 16);  // p >> shift fits 16 bits
+  // From 1.0 up, the smallest shift that leaves the pitch 16 bits.
+  const uint32_t shift = p >= kOne ? 64 - __builtin_clzll(p) - 16 : before.shift;
   return {0, uint32_t(p), shift};
 }
 
