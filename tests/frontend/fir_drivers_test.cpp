@@ -3,6 +3,8 @@
 // that channel, within the 1440-sample work buffer. Periods that do not
 // convert exactly stay within dst_frames, silence what they cannot fill and
 // are reported once.
+#include <algorithm>
+
 #include "frontend/converter_fixture.h"
 #include "support/engine_reference.h"
 #include "support/error_capture.h"
@@ -15,8 +17,7 @@ constexpr int16_t kGuard = 0x5A5A;
 class FirDriverTest : public ConverterTest {
  protected:
   void configure(unsigned factor, bool up, unsigned channels) {
-    TearDown();
-    SetUp();
+    reopen();
     ASSERT_EQ(init(up ? 8000 : 8000 * factor, up ? 8000 * factor : 8000, channels), 0);
     std::swap(rec_->work, work_);
   }
