@@ -42,13 +42,13 @@ TEST_F(ConverterTest, FrameCountsRoundToNearest) {
 TEST_F(ConverterTest, AdjustPitchFindsThePitchThePeriodsNeed) {
   ASSERT_EQ(init(44100, 48000, 1), 0);
   constexpr uint64_t k40 = uint64_t{1} << 40;
-  // Zero sides, worked values, the estimate at 0, 1 and past 32 bits, the
-  // largest periods and one past, and pitches at a shift's edge (0xFFFF0,
-  // 0x100000).
+  // Zero sides, worked values, the estimate at 0 and 1, at 2^32 - 1 and one
+  // past, the largest periods and one past, and pitches at a shift's edge
+  // (0xFFFF0, 0x100000).
   std::vector<std::pair<uint64_t, uint64_t>> periods = {
       {0, 0}, {0, 1}, {1, 0}, {441, 480}, {1115, 1024}, {1024, 1024}, {1, 1000}, {740, 1},
-      {1 << 21, 1}, {(1 << 19) + 1, 1}, {1, 8191}, {1, 8192}, {k40, k40}, {k40 + 1, k40},
-      {k40, k40 + 1}, {6144, 1024}, {32768, 65535}, {32768, 65536}};
+      {1 << 21, 1}, {(1 << 19) + 1, 1}, {349526, 2863316991}, {349526, 2863316992}, {1, 8192},
+      {k40, k40}, {k40 + 1, k40}, {k40, k40 + 1}, {6144, 1024}, {32768, 65535}, {32768, 65536}};
   std::mt19937_64 rng(2);
   for (int k = 0; k < 5000; ++k) {
     const unsigned bits = k % 2 ? 14 : 26;  // ordinary periods, and far apart

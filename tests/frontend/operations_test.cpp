@@ -9,6 +9,7 @@
 #include <tuple>
 
 #include "frontend/converter_fixture.h"
+#include "support/error_capture.h"
 #include "support/frontend_reference.h"
 
 // test_frontend is linked with --wrap=malloc,--wrap=calloc, so the library's
@@ -147,35 +148,40 @@ TEST_F(ConverterTest, InitRulesAtTheirBoundaries) {
   }
 }
 
-// The rest of the operations in every state a record can be in: opened,
-// converting linear or FIR, without channels, freed, and after an init that
-// could not allocate the work buffer or the second context. convert_s16
-// converts only from a successful init to free; reset restarts the
-// conversion state and changes nothing else; free releases the buffers (twice
-// is harmless) and keeps the rest; the rates and the dump hold in any state.
+// The rest of the operations in every state a record can be in: opened;
+// converting linear, FIR, or FIR on uneven periods through the resampler;
+// without channels; freed; after an init that could not allocate the work
+// buffer or the second context. convert_s16 converts only from a successful
+// init to free; reset restarts the conversion (the same period converts the
+// same again) and changes nothing else; free releases the buffers (twice is
+// harmless) and keeps the rest; the rates and the dump hold in any state.
 TEST_F(ConverterTest, EachOperationInEachState) {
   const struct {
-    unsigned in_rate, out_rate, channels;
+    unsigned in_rate, out_rate, channels, in_period, out_period;
     bool freed;
     int refuse;
     bool converts;
     const char *name;
-  } rows[] = {{0, 0, 0, false, -1, false, ""},
-              {44100, 48000, 2, false, -1, true, "Linear, UP 44100 -> 48000"},
-              {48000, 16000, 4, false, -1, true, "FIR filter, DOWN 48000 -> 16000"},
-              {44100, 48000, 0, false, -1, false, "Linear, UP 44100 -> 48000"},
-              {44100, 48000, 2, true, -1, false, "Linear, UP 44100 -> 48000"},
-              {44100, 48000, 2, false, 0, false, "Linear, UP 44100 -> 48000"},
-              {44100, 48000, 2, false, 2, false, "Linear, UP 44100 -> 48000"}};
+  } rows[] = {
+      {0, 0, 0, 441, 480, false, -1, false, ""},
+      {44100, 48000, 2, 441, 480, false, -1, true, "Linear, UP 44100 -> 48000"},
+      {48000, 16000, 4, 480, 160, false, -1, true, "FIR filter, DOWN 48000 -> 16000"},
+      {48000, 16000, 2, 1024, 341, false, -1, true,
+       "Windowed sinc at periods 1024 -> 341, DOWN 48000 -> 16000"},
+      {44100, 48000, 0, 441, 480, false, -1, false, "Linear, UP 44100 -> 48000"},
+      {44100, 48000, 2, 441, 480, true, -1, false, "Linear, UP 44100 -> 48000"},
+      {44100, 48000, 2, 441, 480, false, 0, false, "Linear, UP 44100 -> 48000"},
+      {44100, 48000, 2, 441, 480, false, 2, false, "Linear, UP 44100 -> 48000"}};
   std::mt19937_64 rng(4);
-  const std::vector<int16_t> src = random_samples(rng, kMaxChannels * 1440);
+  const std::vector<int16_t> src = random_samples(rng, kMaxChannels * 1024);
+  ErrorCapture errors;  // the uneven periods are reported; that is checked elsewhere
   for (const auto &r : rows) {
     SCOPED_TRACE(::testing::Message() << r.name << ", " << r.channels << " ch, freed " << r.freed
                                       << ", refusing allocation " << r.refuse);
     reopen();
     if (r.in_rate != 0) {
       ASSERT_EQ(init(r.in_rate, r.out_rate, r.channels), 0);
-      ASSERT_EQ(adjust(r.in_rate / 100, r.out_rate / 100), 0);
+      ASSERT_EQ(adjust(r.in_period, r.out_period), 0);
       ops_.reset(obj_);
       if (r.freed) ops_.free(obj_);
       fail_allocation_after(r.refuse);
@@ -194,9 +200,10 @@ TEST_F(ConverterTest, EachOperationInEachState) {
     EXPECT_EQ(std::string(text, length), std::string("RSMPL Converter: ") + r.name + "\n");
     snd_output_close(out);
 
-    std::vector<int16_t> dst(kMaxChannels * 480, 0x5A5A);
-    ops_.convert_s16(obj_, dst.data(), 480, src.data(), 1440);
-    EXPECT_EQ(dst != std::vector<int16_t>(dst.size(), 0x5A5A), r.converts);
+    const std::vector<int16_t> untouched(kMaxChannels * r.out_period, 0x5A5A);
+    std::vector<int16_t> first = untouched, again = untouched;
+    ops_.convert_s16(obj_, first.data(), r.out_period, src.data(), r.in_period);
+    EXPECT_EQ(first != untouched, r.converts);
 
     rsmpl_converter before;
     std::memcpy(&before, rec_, sizeof before);
@@ -208,9 +215,13 @@ TEST_F(ConverterTest, EachOperationInEachState) {
       if (rec_->contexts[c] != nullptr) EXPECT_TRUE(fresh(rec_->contexts[c])) << "slot " << c;
     std::fill_n(work.begin(), std::min<size_t>(work.size(), rec_->channels), 0);
     if (rec_->work != nullptr) EXPECT_TRUE(std::equal(work.begin(), work.end(), rec_->work));
+    ops_.convert_s16(obj_, again.data(), r.out_period, src.data(), r.in_period);
+    EXPECT_EQ(again, first);
 
     for (RSMPL_Context *&ctx : before.contexts) ctx = nullptr;
     before.work = nullptr;
+    before.hq = nullptr;  // the resampler state of uneven FIR periods
+    before.hq_bytes = 0;
     for (int twice = 0; twice < 2; ++twice) {
       ops_.free(obj_);
       EXPECT_EQ(std::memcmp(&before, rec_, sizeof before), 0);
