@@ -53,19 +53,12 @@ TEST(PluginEntry, OpenFillsTheTableItsVersionHas) {
     }
     void *obj = &ops;
     fail_allocation_after(r.fail);
-    ASSERT_EQ(_snd_pcm_rate_skelda_open(r.version, &obj, &ops), r.result);
+    const int rc = _snd_pcm_rate_skelda_open(r.version, &obj, &ops);
     fail_allocation_after(-1);
+    ASSERT_EQ(rc, r.result);
     EXPECT_EQ(std::memcmp(&ops, &want, sizeof ops), 0);
-    if (r.result != 0) {
-      EXPECT_EQ(obj, &ops);
-      continue;
-    }
-    rsmpl_converter opened;
-    std::memset(&opened, 0, sizeof opened);
-    opened.factor = 1;
-    opened.up_code = opened.down_code = -1;
-    EXPECT_EQ(std::memcmp(obj, &opened, sizeof opened), 0);
-    pcm_rsmpl_close(obj);
+    EXPECT_EQ(obj == &ops, r.result != 0);
+    if (r.result == 0) pcm_rsmpl_close(obj);
   }
 }
 
@@ -119,8 +112,9 @@ TEST_F(ConverterTest, InitRulesAtTheirBoundaries) {
     std::memcpy(&before, rec_, sizeof before);
     rsmpl_converter want = before;
     fail_allocation_after(r.fail);
-    ASSERT_EQ(init(r.in_rate, r.out_rate, r.channels), r.result);
+    const int rc = init(r.in_rate, r.out_rate, r.channels);
     fail_allocation_after(-1);
+    ASSERT_EQ(rc, r.result);
     if (r.result == -EINVAL) {
       EXPECT_EQ(std::memcmp(&before, rec_, sizeof before), 0);
       continue;
@@ -185,8 +179,9 @@ TEST_F(ConverterTest, EachOperationInEachState) {
       ops_.reset(obj_);
       if (r.freed) ops_.free(obj_);
       fail_allocation_after(r.refuse);
-      if (r.refuse >= 0) EXPECT_EQ(init(r.in_rate, r.out_rate, r.channels), -ENOMEM);
+      const int rc = r.refuse < 0 ? 0 : init(r.in_rate, r.out_rate, r.channels);
       fail_allocation_after(-1);
+      EXPECT_EQ(rc, r.refuse < 0 ? 0 : -ENOMEM);
     }
     unsigned lo = 0, hi = 0;
     EXPECT_EQ(ops_.get_supported_rates(obj_, &lo, &hi), 0);
