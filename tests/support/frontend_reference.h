@@ -13,20 +13,20 @@
 namespace ref {
 
 constexpr uint64_t kOne = 0x80000;  // 1.0 in Q19
-using u128 = unsigned __int128;
 
 // a / b rounded to nearest, halves up.
-inline uint64_t nearest(u128 a, u128 b) { return uint64_t((2 * a + b) / (2 * b)); }
+inline uint64_t nearest(uint64_t a, uint64_t b) { return a / b + (a % b >= b - a % b); }
 
 inline uint32_t init_pitch(uint32_t in_rate, uint32_t out_rate) {
-  return uint32_t(nearest(u128(out_rate) * kOne, in_rate));
+  return uint32_t(nearest(out_rate * kOne, in_rate));
 }
-// A pitch of 0 (left by zero periods) counts every frame as none.
+// Products stay within 64 bits for up to 2^44 frames in and 2^32 out. A
+// pitch of 0 (left by zero periods) counts every frame as none.
 inline uint64_t input_frames(uint64_t frames, uint32_t pitch) {
-  return frames == 0 || pitch == 0 ? 0 : nearest(u128(frames) * kOne, pitch);
+  return frames == 0 || pitch == 0 ? 0 : nearest(frames * kOne, pitch);
 }
 inline uint64_t output_frames(uint64_t frames, uint32_t pitch) {
-  return frames == 0 ? 0 : nearest(u128(frames) * pitch, kOne);
+  return frames == 0 ? 0 : nearest(frames * pitch, kOne);
 }
 
 struct Pitch {
@@ -41,14 +41,14 @@ inline Pitch adjust(uint64_t I, uint64_t O, Pitch before) {
   const uint64_t kLargest = uint64_t{1} << 40;
   if (I == 0 && O == 0) return {0, 0, before.shift};
   if (I == 0 || I > kLargest || O > kLargest) return {-EIO, before.pitch, before.shift};
-  const u128 twice = u128(O) * kOne * 2;
-  const uint64_t estimate = nearest(u128(O) * kOne, I);
+  const uint64_t twice = O * kOne * 2;
+  const uint64_t estimate = nearest(O * kOne, I);
   if (estimate == 0 || estimate > UINT32_MAX) return {-EIO, uint32_t(estimate), before.shift};
   // input_frames(O) is I exactly for the pitches in (2F/(2I+1), 2F/(2I-1)],
   // F = O in Q19. The search moves from the estimate to the nearest of them;
   // when there is none it stops at the first pitch on the far side of I. It
   // never leaves 1 .. 2^32 - 1.
-  const uint64_t lo = uint64_t(twice / (2 * I + 1)) + 1, hi = uint64_t(twice / (2 * I - 1));
+  const uint64_t lo = twice / (2 * I + 1) + 1, hi = twice / (2 * I - 1);
   const uint64_t p = estimate < lo ? lo : estimate > hi ? hi : estimate;
   if (p == 0 || p > UINT32_MAX) return {-EIO, uint32_t(estimate), before.shift};
   if (lo > hi) return {-EIO, uint32_t(p), before.shift};
