@@ -58,7 +58,13 @@ TEST(PluginEntry, OpenFillsTheTableItsVersionHas) {
     ASSERT_EQ(rc, r.result);
     EXPECT_EQ(std::memcmp(&ops, &want, sizeof ops), 0);
     EXPECT_EQ(obj == &ops, r.result != 0);
-    if (r.result == 0) pcm_rsmpl_close(obj);
+    if (r.result != 0) continue;
+    rsmpl_converter opened;  // as documented: all zero but the factor and the codes
+    std::memset(&opened, 0, sizeof opened);
+    opened.factor = 1;
+    opened.up_code = opened.down_code = -1;
+    EXPECT_EQ(std::memcmp(obj, &opened, sizeof opened), 0);
+    pcm_rsmpl_close(obj);
   }
 }
 
