@@ -5,7 +5,44 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
+#include <random>
+#include <vector>
+
 #include "src/rate_rsmpl.h"
+
+// Lets `succeed` more of the library's malloc/calloc calls through and
+// refuses the next one; -1 lets all through (see operations_test.cpp).
+void fail_allocation_after(int succeed);
+
+inline snd_pcm_rate_info_t rate_info(unsigned in_rate, unsigned out_rate, unsigned channels,
+                                     snd_pcm_uframes_t in_period = 0,
+                                     snd_pcm_uframes_t out_period = 0) {
+  snd_pcm_rate_info_t i{};
+  i.in.rate = in_rate;
+  i.out.rate = out_rate;
+  i.in.period_size = in_period;
+  i.out.period_size = out_period;
+  i.channels = channels;
+  return i;
+}
+
+// One sample in eight at full scale, where sums of products can wrap.
+inline std::vector<int16_t> random_samples(std::mt19937_64 &rng, size_t n) {
+  std::vector<int16_t> x(n);
+  for (int16_t &s : x) {
+    const uint64_t r = rng();
+    s = r % 8 ? static_cast<int16_t>(r >> 16) : r & 8 ? 32767 : -32768;
+  }
+  return x;
+}
+
+// A context as RSMPL_InitContext leaves it.
+inline bool fresh(const RSMPL_Context *ctx) {
+  std::vector<unsigned char> clean(RSMPL_GetContextSize());
+  RSMPL_InitContext(reinterpret_cast<RSMPL_Context *>(clean.data()));
+  return std::memcmp(ctx, clean.data(), clean.size()) == 0;
+}
 
 class ConverterTest : public ::testing::Test {
  protected:
@@ -17,27 +54,26 @@ class ConverterTest : public ::testing::Test {
     ops_.free(obj_);
     ops_.close(obj_);
   }
-
-  static snd_pcm_rate_info_t info(unsigned in_rate, unsigned out_rate, unsigned channels,
-                                  snd_pcm_uframes_t in_period = 0,
-                                  snd_pcm_uframes_t out_period = 0) {
-    snd_pcm_rate_info_t i{};
-    i.in.rate = in_rate;
-    i.out.rate = out_rate;
-    i.in.period_size = in_period;
-    i.out.period_size = out_period;
-    i.channels = channels;
-    return i;
+  // A new record, as for another stream.
+  void reopen() {
+    TearDown();
+    SetUp();
   }
-
   int init(unsigned in_rate, unsigned out_rate, unsigned channels) {
-    snd_pcm_rate_info_t i = info(in_rate, out_rate, channels);
-    return ops_.init(obj_, &i);
+    info_ = rate_info(in_rate, out_rate, channels);
+    return ops_.init(obj_, &info_);
+  }
+  // With the rates and channels of the last init.
+  int adjust(snd_pcm_uframes_t in_period, snd_pcm_uframes_t out_period) {
+    info_.in.period_size = in_period;
+    info_.out.period_size = out_period;
+    return ops_.adjust_pitch(obj_, &info_);
   }
 
   void *obj_ = nullptr;
   snd_pcm_rate_ops_t ops_{};
   rsmpl_converter *rec_ = nullptr;
+  snd_pcm_rate_info_t info_{};
 };
 
 #endif

@@ -1,6 +1,9 @@
-// The FIR block drivers: chunking leaves no seams, channels stay apart, and
-// odd period sizes never produce unconverted or stale samples.
-#include <random>
+// The FIR block drivers: any cut of a stream into periods, and of periods
+// into chunks, gives each channel exactly the engine's one-call conversion of
+// that channel, within the 1440-sample work buffer. Periods that do not
+// convert exactly stay within dst_frames, silence what they cannot fill and
+// are reported once.
+#include <algorithm>
 
 #include "frontend/converter_fixture.h"
 #include "support/engine_reference.h"
@@ -8,128 +11,95 @@
 
 namespace {
 
-std::vector<int16_t> random_frames(size_t frames, unsigned channels, unsigned seed) {
-  std::mt19937 rng(seed);
-  std::uniform_int_distribution<int> sample(-32768, 32767);
-  std::vector<int16_t> x(frames * channels);
-  for (int16_t &s : x) s = static_cast<int16_t>(sample(rng));
-  return x;
-}
+constexpr int16_t kGuard = 0x5A5A;
 
+// The record's work buffer is swapped for one with a guard zone behind it.
 class FirDriverTest : public ConverterTest {
  protected:
   void configure(unsigned factor, bool up, unsigned channels) {
-    const unsigned low = 8000;
-    ASSERT_EQ(init(up ? low : low * factor, up ? low * factor : low, channels), 0);
-    ASSERT_EQ(rec_->factor, factor);
-    ops_.reset(obj_);
+    reopen();
+    ASSERT_EQ(init(up ? 8000 : 8000 * factor, up ? 8000 * factor : 8000, channels), 0);
+    std::swap(rec_->work, work_);
   }
-  // Plays `periods` (input frame counts) one after another through
-  // convert_s16 and returns the concatenated output.
-  std::vector<int16_t> play(const std::vector<int16_t> &input, const std::vector<unsigned> &periods,
-                            unsigned factor, bool up) {
-    const unsigned ch = rec_->channels;
-    std::vector<int16_t> out;
-    size_t at = 0;
-    for (unsigned frames : periods) {
-      const unsigned out_frames = up ? frames * factor : frames / factor;
-      std::vector<int16_t> dst(size_t(out_frames) * ch);
-      ops_.convert_s16(obj_, dst.data(), out_frames, input.data() + at * ch, frames);
-      out.insert(out.end(), dst.begin(), dst.end());
-      at += frames;
-    }
-    return out;
+  void TearDown() override {
+    if (work_ != guarded_.data()) std::swap(rec_->work, work_);
+    ConverterTest::TearDown();
   }
+  bool guard_intact() const {
+    return std::count(guarded_.begin() + kWorkSamples, guarded_.end(), kGuard) == 64;
+  }
+  std::vector<int16_t> guarded_ = std::vector<int16_t>(kWorkSamples + 64, kGuard);
+  int16_t *work_ = guarded_.data();
+  std::mt19937_64 rng_{6};
 };
 
-struct StreamCase {
-  unsigned factor;
-  bool up;
-  unsigned channels;
-  std::vector<unsigned> periods;
-};
-
-// Periods cut into chunks, channel by channel through one work buffer, give
-// every channel exactly the one-call conversion of that channel alone.
-TEST_F(FirDriverTest, PeriodsAndChunksLeaveNoSeams) {
-  const StreamCase cases[] = {
-      {2, false, 1, {2000, 2000, 1024}},       // chunks 960 + 1040
-      {2, false, 2, {3000, 1440, 8, 4000}},    // 960, 960, 1080; one-chunk; tiny
-      {3, false, 4, {1446, 6000, 18, 960}},
-      {6, false, 3, {1440, 2880, 36, 7200}},
-      {2, true, 1, {1000, 720, 4, 2000}},      // chunks 480 + 520
-      {3, true, 2, {481, 480, 6, 1000}},       // 320 + 161
-      {6, true, 4, {500, 240, 6, 1000}},       // 160, 160, 180
-      {6, true, 1, {1, 2, 3, 5, 7}},           // below the engine's minimum
-      {2, true, 2, {3, 1, 2}},
-  };
-  for (const StreamCase &c : cases) {
-    SCOPED_TRACE(::testing::Message() << "factor " << c.factor << (c.up ? " up " : " down ")
+TEST_F(FirDriverTest, AnyCutOfTheStreamGivesTheEngineConversion) {
+  // Periods at and one past each chunk limit, tails the engine call refuses
+  // (not a multiple of 4 or 6, or short) and periods below one chunk.
+  const struct {
+    unsigned factor;
+    bool up;
+    unsigned channels;
+    std::vector<unsigned> periods;
+  } cases[] = {{2, false, 1, {1440, 1442, 2002, 4, 2}},  {3, false, 4, {1446, 6000, 18, 3}},
+               {6, false, 3, {1440, 1446, 2880, 36, 6}}, {2, true, 1, {720, 721, 1000, 4, 1}},
+               {3, true, 2, {480, 481, 1000, 6, 2}},     {6, true, 4, {240, 241, 500, 1, 7}}};
+  ErrorCapture errors;
+  for (const auto &c : cases) {
+    SCOPED_TRACE(::testing::Message() << "factor " << c.factor << (c.up ? " up, " : " down, ")
                                       << c.channels << " channels");
     configure(c.factor, c.up, c.channels);
-    size_t total = 0;
-    for (unsigned p : c.periods) total += p;
-    const std::vector<int16_t> input = random_frames(total, c.channels, c.factor * 10 + c.channels);
-    const std::vector<int16_t> out = play(input, c.periods, c.factor, c.up);
-    for (unsigned ch = 0; ch < c.channels; ++ch) {
-      const std::vector<int16_t> expected =
-          engine_convert_channel(deinterleave(input, c.channels, ch), c.factor, c.up);
-      ASSERT_EQ(deinterleave(out, c.channels, ch), expected) << "channel " << ch;
+    std::vector<int16_t> input, out;
+    for (unsigned frames : c.periods) {
+      const std::vector<int16_t> src = random_samples(rng_, size_t(frames) * c.channels);
+      const unsigned out_frames = c.up ? frames * c.factor : frames / c.factor;
+      std::vector<int16_t> dst(size_t(out_frames) * c.channels);
+      ops_.convert_s16(obj_, dst.data(), out_frames, src.data(), frames);
+      input.insert(input.end(), src.begin(), src.end());
+      out.insert(out.end(), dst.begin(), dst.end());
     }
+    for (unsigned ch = 0; ch < c.channels; ++ch)
+      ASSERT_EQ(deinterleave(out, c.channels, ch),
+                engine_convert_channel(deinterleave(input, c.channels, ch), c.factor, c.up))
+          << "channel " << ch;
+    EXPECT_TRUE(guard_intact());
   }
+  EXPECT_TRUE(errors.reports().empty());
 }
 
-TEST_F(FirDriverTest, EmptyCallsTouchNothing) {
-  for (bool up : {true, false}) {
-    configure(3, up, 2);
-    std::vector<int16_t> dst(64, 555);
-    const std::vector<int16_t> src(64, 1000);
-    ops_.convert_s16(obj_, dst.data(), 10, src.data(), 0);
-    EXPECT_EQ(dst, std::vector<int16_t>(64, 555));
-    configure(3, up, 0);
-    ops_.convert_s16(obj_, dst.data(), 10, src.data(), 30);
-    EXPECT_EQ(dst, std::vector<int16_t>(64, 555));
-  }
-}
-
-// A down period that is not a whole number of groups converts its whole
-// groups and drops the rest: every sample written is a converted one, and
-// the mismatch is reported once per configuration.
-TEST_F(FirDriverTest, PartialGroupsAreDroppedAndReportedOnce) {
-  configure(6, false, 1);
-  const std::vector<int16_t> input = random_frames(1441, 1, 5);
-  std::vector<int16_t> dst(240 + 8, 12345);
-  ErrorCapture errors;
-  ops_.convert_s16(obj_, dst.data(), 240, input.data(), 1441);
-  const std::vector<int16_t> expected = engine_convert_channel(
-      std::vector<int16_t>(input.begin(), input.begin() + 1440), 6, false);
-  EXPECT_EQ(std::vector<int16_t>(dst.begin(), dst.begin() + 240), expected);
-  EXPECT_EQ(std::vector<int16_t>(dst.begin() + 240, dst.end()), std::vector<int16_t>(8, 12345));
-  ops_.convert_s16(obj_, dst.data(), 240, input.data(), 1441);
-  EXPECT_EQ(errors.reports().size(), 1u);
-}
-
-// dst_frames bounds what is written; frames beyond the converted ones are
-// silenced rather than left stale.
-TEST_F(FirDriverTest, OutputIsBoundedAndCompletedToDstFrames) {
-  for (bool up : {true, false}) {
-    SCOPED_TRACE(up ? "up" : "down");
-    configure(2, up, 2);
-    const unsigned in_frames = 600, produced = up ? 1200 : 300;
-    const std::vector<int16_t> input = random_frames(in_frames, 2, 9);
-    const std::vector<int16_t> left = engine_convert_channel(deinterleave(input, 2, 0), 2, up);
-
-    std::vector<int16_t> dst(2 * (produced + 50), 777);
-    ops_.reset(obj_);
-    ops_.convert_s16(obj_, dst.data(), produced - 50, input.data(), in_frames);
-    for (unsigned f = 0; f < produced - 50; ++f) ASSERT_EQ(dst[2 * f], left[f]);
-    for (size_t i = 2 * (produced - 50); i < dst.size(); ++i) ASSERT_EQ(dst[i], 777) << i;
-
-    std::fill(dst.begin(), dst.end(), 777);
-    ops_.reset(obj_);
-    ops_.convert_s16(obj_, dst.data(), produced + 50, input.data(), in_frames);
-    for (unsigned f = 0; f < produced; ++f) ASSERT_EQ(dst[2 * f], left[f]);
-    for (size_t i = 2 * produced; i < dst.size(); ++i) ASSERT_EQ(dst[i], 0) << i;
+TEST_F(FirDriverTest, UnevenPeriodsStayWithinDstFrames) {
+  const struct {
+    unsigned factor;
+    bool up;
+    unsigned channels, src_frames, dst_frames;
+  } rows[] = {{6, false, 2, 1441, 240},  {2, false, 2, 2000, 1000}, {2, false, 2, 2000, 999},
+              {2, false, 2, 2000, 1001}, {2, false, 2, 2000, 300},  {2, true, 2, 1000, 2000},
+              {2, true, 2, 1000, 1999},  {2, true, 2, 1000, 2001},  {3, false, 2, 0, 10},
+              {3, true, 2, 0, 10},       {3, false, 0, 30, 9},      {3, true, 0, 30, 89}};
+  for (const auto &r : rows) {
+    SCOPED_TRACE(::testing::Message() << "factor " << r.factor << (r.up ? " up, " : " down, ")
+                                      << r.src_frames << " -> " << r.dst_frames);
+    configure(r.factor, r.up, r.channels);
+    const unsigned made = r.up ? r.src_frames * r.factor : r.src_frames / r.factor;
+    const std::vector<int16_t> src =
+        random_samples(rng_, size_t(r.src_frames) * std::max(r.channels, 1u));
+    std::vector<int16_t> dst(size_t(r.dst_frames + 8) * 4, kGuard);
+    ErrorCapture errors;
+    ops_.convert_s16(obj_, dst.data(), r.dst_frames, src.data(), r.src_frames);
+    const bool silent = r.src_frames == 0 || r.channels == 0;
+    for (unsigned ch = 0; ch < r.channels; ++ch) {
+      std::vector<int16_t> want =
+          engine_convert_channel(deinterleave(src, r.channels, ch), r.factor, r.up);
+      want.resize(std::min(made, r.dst_frames));
+      want.resize(silent ? 0 : r.dst_frames, 0);
+      want.resize(dst.size() / r.channels, kGuard);
+      ASSERT_EQ(deinterleave(dst, r.channels, ch), want) << "channel " << ch;
+    }
+    if (r.channels == 0) EXPECT_EQ(dst, std::vector<int16_t>(dst.size(), kGuard));
+    ops_.convert_s16(obj_, dst.data(), r.dst_frames, src.data(), r.src_frames);
+    const bool exact = made == r.dst_frames && r.src_frames % r.factor == 0;
+    EXPECT_EQ(errors.reports().size(), silent || exact ? 0u : 1u);
+    EXPECT_TRUE(guard_intact());
   }
 }
 
