@@ -3,7 +3,6 @@
 #include <limits>
 
 #include "frontend/converter_fixture.h"
-#include "support/engine_reference.h"
 #include "support/error_capture.h"
 #include "support/frontend_reference.h"
 
@@ -123,11 +122,12 @@ TEST_F(ConverterTest, LinearConvertersMatchTheReference) {
       ops_.convert_s16(obj_, dst.data(), dst_frames, src.data(), src_frames);
       bool overflow = false;
       for (unsigned c = 0; c < channels; ++c) {
-        const std::vector<int16_t> x = deinterleave(src, channels, c);
+        const std::vector<int16_t> x = ref::deinterleave(src, channels, c);
         std::vector<int16_t> want = up ? ref::expand(x, carried[c], pitch, shift, dst_frames)
                                        : ref::shrink(x, pitch, dst_frames, &overflow);
         want.resize(dst_frames + 2, 0x5A5A);
-        ASSERT_EQ(deinterleave(dst, channels, c), want) << "call " << call << ", channel " << c;
+        ASSERT_EQ(ref::deinterleave(dst, channels, c), want)
+            << "call " << call << ", channel " << c;
         ASSERT_EQ(rec_->work[c], carried[c]);
       }
       ASSERT_TRUE(std::equal(work.begin() + channels, work.end(), rec_->work + channels));

@@ -6,8 +6,8 @@
 #include <algorithm>
 
 #include "frontend/converter_fixture.h"
-#include "support/engine_reference.h"
 #include "support/error_capture.h"
+#include "support/frontend_reference.h"
 
 namespace {
 
@@ -59,8 +59,8 @@ TEST_F(FirDriverTest, AnyCutOfTheStreamGivesTheEngineConversion) {
       out.insert(out.end(), dst.begin(), dst.end());
     }
     for (unsigned ch = 0; ch < c.channels; ++ch)
-      ASSERT_EQ(deinterleave(out, c.channels, ch),
-                engine_convert_channel(deinterleave(input, c.channels, ch), c.factor, c.up))
+      ASSERT_EQ(ref::deinterleave(out, c.channels, ch),
+                ref::fir_stage(ref::deinterleave(input, c.channels, ch), c.factor, c.up))
           << "channel " << ch;
     EXPECT_TRUE(guard_intact());
   }
@@ -89,11 +89,11 @@ TEST_F(FirDriverTest, UnevenPeriodsStayWithinDstFrames) {
     const bool silent = r.src_frames == 0 || r.channels == 0;
     for (unsigned ch = 0; ch < r.channels; ++ch) {
       std::vector<int16_t> want =
-          engine_convert_channel(deinterleave(src, r.channels, ch), r.factor, r.up);
+          ref::fir_stage(ref::deinterleave(src, r.channels, ch), r.factor, r.up);
       want.resize(std::min(made, r.dst_frames));
       want.resize(silent ? 0 : r.dst_frames, 0);
       want.resize(dst.size() / r.channels, kGuard);
-      ASSERT_EQ(deinterleave(dst, r.channels, ch), want) << "channel " << ch;
+      ASSERT_EQ(ref::deinterleave(dst, r.channels, ch), want) << "channel " << ch;
     }
     if (r.channels == 0) EXPECT_EQ(dst, std::vector<int16_t>(dst.size(), kGuard));
     ops_.convert_s16(obj_, dst.data(), r.dst_frames, src.data(), r.src_frames);

@@ -1,7 +1,8 @@
 // The plugin front end's arithmetic written out plainly: rounding as exact
 // rational arithmetic, the pitch search as the interval of pitches it looks
-// for, and the linear converters in closed form (where output n falls on the
-// input) rather than as the library's step-by-step loops.
+// for, the linear converters in closed form (where output n falls on the
+// input) rather than as the library's step-by-step loops, and the FIR paths
+// as the plain kernel reference over the whole stream.
 #ifndef SKELDA_TESTS_FRONTEND_REFERENCE_H
 #define SKELDA_TESTS_FRONTEND_REFERENCE_H
 
@@ -9,6 +10,8 @@
 #include <cerrno>
 #include <cstdint>
 #include <vector>
+
+#include "rsmpl/fir_reference.h"
 
 namespace ref {
 
@@ -99,6 +102,25 @@ inline std::vector<int16_t> shrink(const std::vector<int16_t> &x, uint32_t pitch
   }
   *overflow = due > room;
   return y;
+}
+
+// One channel through the stage of factor 2, 3 or 6 from silence: what any
+// cut of the stream into periods and chunks must give. Down converts whole
+// groups only.
+inline std::vector<int16_t> fir_stage(const std::vector<int16_t> &x, unsigned factor, bool up) {
+  using namespace rsmpl;
+  const FirKernelId id = factor == 2   ? (up ? kFirUp2 : kFirDown2)
+                         : factor == 3 ? (up ? kFirUp3 : kFirDown3)
+                                       : (up ? kFirUp6 : kFirDown6);
+  return fir_test::stage_reference(fir_test::kernel_specs()[id], x);
+}
+
+// Channel c of interleaved frames.
+inline std::vector<int16_t> deinterleave(const std::vector<int16_t> &frames, unsigned channels,
+                                         unsigned c) {
+  std::vector<int16_t> x;
+  for (size_t i = c; i < frames.size(); i += channels) x.push_back(frames[i]);
+  return x;
 }
 
 }  // namespace ref

@@ -1,23 +1,29 @@
-// The linear path loaded by the real alsa-lib: a rate PCM with converter
-// "skelda" over a file PCM. Whatever periods alsa-lib settles on, what comes
-// out is the reference conversion of the input, period by period, at the
-// pitch those periods call for.
+// The skelda module loaded by the real alsa-lib: a rate PCM over a file PCM.
+// Whatever periods alsa-lib settles on, what comes out is exact: on the FIR
+// path the engine's one-call conversion of each channel (periods and chunks
+// leave no seams), on the linear path the reference conversion of each
+// period at the pitch those periods call for.
 #include <gtest/gtest.h>
 
 #include <random>
 
 #include "support/alsa_pipeline.h"
-#include "support/engine_reference.h"
 #include "support/frontend_reference.h"
 
 namespace {
 
-TEST(AlsaLinearPath, OutputIsTheReferenceConversionOfEachPeriod) {
+TEST(AlsaSkeldaPath, OutputIsTheReferenceConversion) {
   const struct {
     unsigned in_rate, out_rate, channels;
     unsigned long period;
     const char *converter;
-  } cases[] = {{44100, 48000, 2, 1024, "Linear, UP 44100 -> 48000"},
+  } cases[] = {{48000, 16000, 2, 1020, "FIR filter, DOWN 48000 -> 16000"},
+               {44100, 22050, 3, 4410, "FIR filter, DOWN 44100 -> 22050"},
+               {48000, 8000, 1, 3000, "FIR filter, DOWN 48000 -> 8000"},
+               {16000, 48000, 4, 1000, "FIR filter, UP 16000 -> 48000"},
+               {22050, 44100, 1, 512, "FIR filter, UP 22050 -> 44100"},
+               {8000, 48000, 2, 256, "FIR filter, UP 8000 -> 48000"},
+               {44100, 48000, 2, 1024, "Linear, UP 44100 -> 48000"},
                {44100, 48000, 1, 441, "Linear, UP 44100 -> 48000"},
                {32000, 44100, 3, 700, "Linear, UP 32000 -> 44100"},
                {48000, 44100, 2, 1024, "Linear, DOWN 48000 -> 44100"},
@@ -29,38 +35,35 @@ TEST(AlsaLinearPath, OutputIsTheReferenceConversionOfEachPeriod) {
                  << c.converter << ", " << c.channels << " ch, period " << c.period);
     std::vector<int16_t> input(size_t(c.in_rate) * c.channels);  // one second
     for (int16_t &s : input) s = static_cast<int16_t>(rng());
-    PipelineRequest r;
-    r.in_rate = c.in_rate;
-    r.out_rate = c.out_rate;
-    r.channels = c.channels;
-    r.period_frames = c.period;
-    r.pad_last_period = true;
+    const PipelineRequest r{c.in_rate, c.out_rate, c.channels, c.period, true};
     const PipelineResult out = play_through_alsa(r, input);
     ASSERT_EQ(out.error, 0) << out.failed_call;
     EXPECT_NE(out.dump.find(std::string("RSMPL Converter: ") + c.converter + "\n"),
               std::string::npos)
         << out.dump;
     const unsigned long in_period = out.client_period, out_period = out.slave_period;
-    const ref::Pitch pitch = ref::adjust(in_period, out_period, {0, 0, 0});
-    ASSERT_EQ(pitch.result, 0) << in_period << " -> " << out_period;
     const size_t periods = (input.size() / c.channels + in_period - 1) / in_period;
     input.resize(periods * in_period * c.channels, 0);
     ASSERT_EQ(out.output.size(), periods * out_period * c.channels);
+    const bool up = c.out_rate > c.in_rate, fir = c.converter[0] == 'F';
+    const ref::Pitch pitch = ref::adjust(in_period, out_period, {0, 0, 0});
+    ASSERT_EQ(pitch.result, 0) << in_period << " -> " << out_period;
     for (unsigned ch = 0; ch < c.channels; ++ch) {
-      const std::vector<int16_t> x = deinterleave(input, c.channels, ch);
+      const std::vector<int16_t> x = ref::deinterleave(input, c.channels, ch);
       std::vector<int16_t> want;
       int16_t carried = 0;
       bool overflow = false;
-      for (size_t k = 0; k < periods; ++k) {
+      for (size_t k = 0; k < periods && !fir; ++k) {
         const std::vector<int16_t> period(x.begin() + k * in_period,
                                           x.begin() + (k + 1) * in_period);
         const std::vector<int16_t> y =
-            c.out_rate > c.in_rate
-                ? ref::expand(period, carried, pitch.pitch, pitch.shift, out_period)
-                : ref::shrink(period, pitch.pitch, out_period, &overflow);
+            up ? ref::expand(period, carried, pitch.pitch, pitch.shift, out_period)
+               : ref::shrink(period, pitch.pitch, out_period, &overflow);
         want.insert(want.end(), y.begin(), y.end());
       }
-      ASSERT_TRUE(deinterleave(out.output, c.channels, ch) == want) << "channel " << ch;
+      if (fir)
+        want = ref::fir_stage(x, up ? c.out_rate / c.in_rate : c.in_rate / c.out_rate, up);
+      ASSERT_TRUE(ref::deinterleave(out.output, c.channels, ch) == want) << "channel " << ch;
     }
   }
 }
