@@ -11,20 +11,12 @@
 
 #include "src/rate_rsmpl.h"
 
-// Lets `succeed` more of the library's malloc/calloc calls through and
-// refuses the next one; -1 lets all through (see operations_test.cpp).
-void fail_allocation_after(int succeed);
-
 inline snd_pcm_rate_info_t rate_info(unsigned in_rate, unsigned out_rate, unsigned channels,
                                      snd_pcm_uframes_t in_period = 0,
                                      snd_pcm_uframes_t out_period = 0) {
-  snd_pcm_rate_info_t i{};
-  i.in.rate = in_rate;
-  i.out.rate = out_rate;
-  i.in.period_size = in_period;
-  i.out.period_size = out_period;
-  i.channels = channels;
-  return i;
+  return {{SND_PCM_FORMAT_S16, in_rate, 0, in_period},
+          {SND_PCM_FORMAT_S16, out_rate, 0, out_period},
+          channels};
 }
 
 // One sample in eight at full scale, where sums of products can wrap.
@@ -35,13 +27,6 @@ inline std::vector<int16_t> random_samples(std::mt19937_64 &rng, size_t n) {
     s = r % 8 ? static_cast<int16_t>(r >> 16) : r & 8 ? 32767 : -32768;
   }
   return x;
-}
-
-// A context as RSMPL_InitContext leaves it.
-inline bool fresh(const RSMPL_Context *ctx) {
-  std::vector<unsigned char> clean(RSMPL_GetContextSize());
-  RSMPL_InitContext(reinterpret_cast<RSMPL_Context *>(clean.data()));
-  return std::memcmp(ctx, clean.data(), clean.size()) == 0;
 }
 
 class ConverterTest : public ::testing::Test {
