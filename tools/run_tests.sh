@@ -17,6 +17,13 @@ cd "$(dirname "$0")/.."
 bash tools/install_deps.sh
 export SKELDA_SOAK_SECONDS=${SKELDA_SOAK_SECONDS:-120}
 
+# The tests' share of the code, for the log (the whole tree as git tracks it).
+tests=$(cloc --exclude-dir=corpus --quiet --csv tests | awk -F, '$2 == "SUM" {print $5}')
+all=$(cloc --vcs=git --quiet --csv . 2>/dev/null | awk -F, '$2 == "SUM" {print $5}')
+if [ -n "$tests" ] && [ -n "$all" ]; then
+  echo "== code lines: tests/ $tests of $all ($((100 * tests / all)) %)"
+fi
+
 echo "== build and test"
 cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
 ninja -C build

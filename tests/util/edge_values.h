@@ -18,9 +18,11 @@ inline std::vector<int64_t> EdgesAndRandom(int bits, uint32_t seed, int random) 
   std::mt19937_64 rng(seed);
   for (int i = 0; i < random; ++i)
     v.push_back(static_cast<int64_t>(rng()) >> (64 - bits + static_cast<int>(rng() % bits)));
-  const __int128 limit = __int128{1} << (bits - 1);
-  auto outside = [&](int64_t x) { return x >= limit || x < -limit; };
-  v.erase(std::remove_if(v.begin(), v.end(), outside), v.end());
+  if (bits < 64) {
+    const int64_t limit = int64_t{1} << (bits - 1);
+    auto outside = [&](int64_t x) { return x >= limit || x < -limit; };
+    v.erase(std::remove_if(v.begin(), v.end(), outside), v.end());
+  }
   return v;
 }
 

@@ -1,5 +1,5 @@
 // Smoothing steps and the block FIR against plain references of their rules
-// in long double and 128-bit integers, on random and boundary arguments; the
+// in long double and 64-bit integers, on random and boundary arguments; the
 // FIR over a stream cut into blocks; every status rule of UTIL_Fir3.
 #include <gtest/gtest.h>
 
@@ -43,13 +43,15 @@ TEST(Smoothing, MovesByTheRoundedFractionOfTheDistance) {
 }
 
 // A plain FIR over history then block: acc * 2^shift / 32768 rounded half up
-// and saturated. Past 2^64 any nonzero acc saturates, so the shift stops
-// there. The body alone takes a negative shift: acc >> (-shift - 1) instead.
+// and saturated. Past 2^40 in magnitude every value saturates, so the product
+// stops there. The body alone takes a negative shift: acc >> (-shift - 1).
 int16_t fir_output(const Samples &joined, size_t newest, const Samples &coefs, int shift) {
-  __int128 acc = 0;
+  int64_t acc = 0;
   for (size_t j = 0; j < coefs.size(); ++j) acc += int32_t{coefs[j]} * joined[newest - j];
-  __int128 v =
-      shift < 0 ? acc >> std::min(-shift - 1, 127) : acc * (__int128{1} << std::min(shift + 1, 64));
+  const int k = std::min(shift + 1, 40);
+  int64_t v = shift < 0                                 ? acc >> std::min(-shift - 1, 63)
+              : std::abs(acc) < (int64_t{1} << (40 - k)) ? acc * (int64_t{1} << k)
+                                                         : (acc < 0 ? -1 : 1) * (int64_t{1} << 40);
   v += 32768;
   return static_cast<int16_t>(v > INT32_MAX ? 32767 : v < INT32_MIN ? -32768 : v >> 16);
 }
