@@ -1,15 +1,14 @@
-// The skelda_hq converter's operations in arbitrary order with arbitrary
-// rates, channel counts, period sizes and frame counts, as alsa-lib or a
-// broken configuration might call them. Each call's buffers are sized
-// exactly to the frames it is given, in the channel count the converter's
-// own dump names, so any access beyond them is caught by AddressSanitizer.
-#include <alsa/asoundlib.h>
-#include <alsa/pcm_rate.h>
-
+// The operations of either converter module, skelda or skelda_hq, in
+// arbitrary order with arbitrary rates, channel counts, period sizes and
+// frame counts, as alsa-lib or a broken configuration might call them. Each
+// call's buffers are sized exactly to the frames it is given in the channel
+// count the converter holds, so any access beyond them is caught by
+// AddressSanitizer.
 #include <cstdio>
 #include <string>
 #include <vector>
 
+#include "src/rate_rsmpl.h"
 #include "tests/fuzz/fuzz_input.h"
 #include "tests/fuzz/quiet_alsa.h"
 
@@ -18,8 +17,9 @@ extern "C" int _snd_pcm_rate_skelda_hq_open(unsigned int version, void **objp,
 
 namespace {
 
-const unsigned kRates[] = {0, 7999, 8000, 11025, 22050, 44100, 48000, 96000, 192000, 192001};
-unsigned rate(FuzzInput &in) { return in.one_of(kRates, 16); }
+const unsigned kRates[] = {0,     1,     7999,  8000,  11025, 16000,  22050,
+                           24000, 32000, 44100, 48000, 96000, 192000, 192001};
+unsigned rate(FuzzInput &in) { return in.one_of(kRates, 20); }
 
 snd_pcm_uframes_t period(FuzzInput &in) {
   switch (in.below(4)) {
@@ -29,7 +29,7 @@ snd_pcm_uframes_t period(FuzzInput &in) {
   }
 }
 
-// What the dump says: the channel count, or 0 when nothing is set up.
+// Dumps; the channel count skelda_hq's dump names, or 0 when none does.
 unsigned dumped_channels(const snd_pcm_rate_ops_t &ops, void *obj) {
   snd_output_t *out = nullptr;
   if (snd_output_buffer_open(&out) != 0) return 0;
@@ -39,22 +39,25 @@ unsigned dumped_channels(const snd_pcm_rate_ops_t &ops, void *obj) {
   const std::string s(text, n);
   snd_output_close(out);
   unsigned in_rate, out_rate, channels = 0;
-  if (std::sscanf(s.c_str(), "RSMPL HQ Converter: %u -> %u Hz, %u channels", &in_rate, &out_rate,
-                  &channels) != 3)
-    return 0;
-  return channels;
+  return std::sscanf(s.c_str(), "RSMPL HQ Converter: %u -> %u Hz, %u channels", &in_rate,
+                     &out_rate, &channels) == 3 ? channels : 0;
 }
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   FuzzInput in(data, size);
+  const bool hq = in.take<uint8_t>() & 1;
   void *obj = nullptr;
   snd_pcm_rate_ops_t ops{};
-  if (_snd_pcm_rate_skelda_hq_open(SND_PCM_RATE_PLUGIN_VERSION, &obj, &ops) != 0) return 0;
+  if ((hq ? _snd_pcm_rate_skelda_hq_open : _snd_pcm_rate_skelda_open)(SND_PCM_RATE_PLUGIN_VERSION,
+                                                                       &obj, &ops) != 0)
+    return 0;
+  auto channels = [&] {
+    return hq ? dumped_channels(ops, obj) : static_cast<rsmpl_converter *>(obj)->channels;
+  };
   snd_pcm_rate_info_t info{};
-  unsigned channels = 0;
-  for (int step = 0; step < 48 && !in.empty(); ++step) {
+  for (int step = 0; step < 64 && !in.empty(); ++step) {
     switch (in.below(7)) {
       case 0:
         info.in.rate = rate(in);
@@ -63,7 +66,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         info.in.period_size = in.below(2) ? 0 : period(in);
         info.out.period_size = in.below(2) ? 0 : period(in);
         ops.init(obj, &info);
-        channels = dumped_channels(ops, obj);
         break;
       case 1:
         info.in.period_size = period(in);
@@ -77,9 +79,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         // Mostly the periods alsa-lib would pass, sometimes any counts.
         const unsigned src_frames = in.below(4) == 0 ? in.below(20000) : in.below(6000);
         const unsigned dst_frames =
-            in.below(3) == 0 ? in.below(40000)
-                             : static_cast<unsigned>(ops.output_frames(obj, src_frames) % 40000);
-        const size_t room = channels == 0 ? 1 : channels;
+            in.below(3) == 0 ? in.below(48000)
+                             : static_cast<unsigned>(ops.output_frames(obj, src_frames) % 48000);
+        const size_t room = channels();
         std::vector<int16_t> src(src_frames * room), dst(dst_frames * room);
         const uint16_t seed = in.take<uint16_t>();
         for (size_t i = 0; i < src.size(); ++i) src[i] = static_cast<int16_t>(seed * (i + 1));
@@ -92,11 +94,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         break;
       case 5:
         ops.free(obj);
-        channels = dumped_channels(ops, obj);
         break;
-      default:
-        channels = dumped_channels(ops, obj);
+      default: {
+        unsigned lo, hi;
+        ops.get_supported_rates(obj, &lo, &hi);
+        dumped_channels(ops, obj);
         break;
+      }
     }
   }
   ops.free(obj);
