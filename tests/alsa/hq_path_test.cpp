@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "frontend/converter_fixture.h"
 #include "support/alsa_pipeline.h"
 #include "support/error_capture.h"
 
@@ -136,17 +137,7 @@ TEST(AlsaHqPath, PeriodsConvertExactlyAndTonesComeOutClean) {
     }
 }
 
-extern "C" int _snd_pcm_rate_skelda_open(unsigned, void **, snd_pcm_rate_ops_t *);
 extern "C" int _snd_pcm_rate_skelda_hq_open(unsigned, void **, snd_pcm_rate_ops_t *);
-
-snd_pcm_rate_info_t info(unsigned in, unsigned out, unsigned channels, snd_pcm_uframes_t in_period = 0,
-                         snd_pcm_uframes_t out_period = 0) {
-  snd_pcm_rate_info_t i{};
-  i.in = {SND_PCM_FORMAT_S16, in, in_period * 4, in_period};
-  i.out = {SND_PCM_FORMAT_S16, out, out_period * 4, out_period};
-  i.channels = channels;
-  return i;
-}
 
 // A converter's operations table, called as alsa-lib calls it.
 struct Converter {
@@ -189,7 +180,7 @@ TEST(HqModuleOps, AnHourOfPeriodsEndsWhereTheRatioPutsIt) {
   Converter hq;
   const unsigned rate = 44100, in_period = 1024, out_period = 1114;
   ErrorCapture errors;
-  ASSERT_EQ(hq.start(info(rate, 48000, 1, in_period, out_period)), 0);
+  ASSERT_EQ(hq.start(rate_info(rate, 48000, 1, in_period, out_period)), 0);
   HqDump d;
   ASSERT_TRUE(parse_dump(hq.dump(), d)) << hq.dump();
   const uint64_t periods = (uint64_t{3600} * rate + in_period - 1) / in_period;
@@ -221,22 +212,22 @@ TEST(HqModuleOps, RefusalsReturnAnErrorAndSayWhy) {
     snd_pcm_rate_info_t info;
     int expected;
   } cases[] = {
-      {"output rate 192001", true, info(44100, 192001, 2), -EINVAL},
-      {"9 channels", true, info(44100, 48000, 9), -EINVAL},
-      {"periods far from the rates", true, info(44100, 48000, 2, 1024, 1024), -EIO},
-      {"init, output period 0", true, info(44100, 48000, 2, 1024, 0), 0},
-      {"both periods 0", false, info(44100, 48000, 2), -EIO},
-      {"input period 0", false, info(44100, 48000, 2, 0, 1114), -EIO},
-      {"output period 0", false, info(44100, 48000, 2, 1024, 0), -EIO},
-      {"period beyond 32 bits", false, info(44100, 48000, 2, 1ull << 32, 1114), -EIO},
-      {"ratio 2 for 1.09", false, info(44100, 48000, 2, 1024, 2048), -EIO},
+      {"output rate 192001", true, rate_info(44100, 192001, 2), -EINVAL},
+      {"9 channels", true, rate_info(44100, 48000, 9), -EINVAL},
+      {"periods far from the rates", true, rate_info(44100, 48000, 2, 1024, 1024), -EIO},
+      {"init, output period 0", true, rate_info(44100, 48000, 2, 1024, 0), 0},
+      {"both periods 0", false, rate_info(44100, 48000, 2), -EIO},
+      {"input period 0", false, rate_info(44100, 48000, 2, 0, 1114), -EIO},
+      {"output period 0", false, rate_info(44100, 48000, 2, 1024, 0), -EIO},
+      {"period beyond 32 bits", false, rate_info(44100, 48000, 2, 1ull << 32, 1114), -EIO},
+      {"ratio 2 for 1.09", false, rate_info(44100, 48000, 2, 1024, 2048), -EIO},
   };
   const std::vector<int16_t> src = tones(44100, 2, 1024);
   std::vector<int16_t> before(2 * 1114), after(2 * 1114);
   for (const auto &c : cases) {
     SCOPED_TRACE(c.what);
     Converter hq;
-    ASSERT_EQ(hq.start(info(44100, 48000, 2, 1024, 1114)), 0);
+    ASSERT_EQ(hq.start(rate_info(44100, 48000, 2, 1024, 1114)), 0);
     hq.convert(before, 1114, src, 1024);
     const std::string dumped = hq.dump();
     ErrorCapture errors;
@@ -251,7 +242,7 @@ TEST(HqModuleOps, RefusalsReturnAnErrorAndSayWhy) {
   }
   Converter hq;
   ErrorCapture errors;
-  snd_pcm_rate_info_t i = info(44100, 48000, 2, 1024, 1114);
+  snd_pcm_rate_info_t i = rate_info(44100, 48000, 2, 1024, 1114);
   EXPECT_EQ(hq.ops.adjust_pitch(hq.obj, &i), -EINVAL) << "before init";
   EXPECT_EQ(errors.reports().size(), 1u);
 }
@@ -282,7 +273,7 @@ TEST(HqModuleOps, ConvertWritesExactlyTheRoomGivenAndOnlyWhenSetUp) {
   hq.ops.reset(hq.obj);
   EXPECT_EQ(written(convert(1024, 1114)), 0u) << "before init";
   ErrorCapture errors;
-  ASSERT_EQ(hq.start(info(44100, 48000, channels, 1024, 1114)), 0);
+  ASSERT_EQ(hq.start(rate_info(44100, 48000, channels, 1024, 1114)), 0);
   EXPECT_TRUE(hq.ops.output_frames(hq.obj, 1024) == 1114 && hq.ops.input_frames(hq.obj, 1114) == 1024 &&
               hq.ops.output_frames(hq.obj, 256) == 279 && hq.ops.input_frames(hq.obj, 1) == 1);  // 278.5, 0.92
   const unsigned calls[][3] = {{1024, 1114, 2}, {10, 5000, 1}, {5000, 10, 2}, {0, 1114, 0}, {1024, 0, 2}, {1, 1, 2}};
@@ -297,11 +288,11 @@ TEST(HqModuleOps, ConvertWritesExactlyTheRoomGivenAndOnlyWhenSetUp) {
   EXPECT_EQ(written(convert(1024, 1114)), 0u) << "after free";
   hq.ops.free(hq.obj);
   // Set up again after a smaller state, for more channels and outputs.
-  ASSERT_EQ(hq.start(info(8000, 8000, 1, 1000, 1000)), 0);
-  ASSERT_EQ(hq.start(info(8000, 192000, 8, 1000, 24000)), 0);
+  ASSERT_EQ(hq.start(rate_info(8000, 8000, 1, 1000, 1000)), 0);
+  ASSERT_EQ(hq.start(rate_info(8000, 192000, 8, 1000, 24000)), 0);
   EXPECT_EQ(written(convert(1000, 24000)), 24000u * 8);
   channels = 2;
-  ASSERT_EQ(hq.start(info(192000, 8000, 2, 24000, 1000)), 0);
+  ASSERT_EQ(hq.start(rate_info(192000, 8000, 2, 24000, 1000)), 0);
   EXPECT_EQ(written(convert(24000, 1000)), 1000u * 2);
   EXPECT_EQ(errors.reports().size(), 1u);
 }
@@ -313,12 +304,12 @@ TEST(HqModuleOps, ConvertWritesExactlyTheRoomGivenAndOnlyWhenSetUp) {
 TEST(HqModuleOps, SkeldaReturnsToTheFirPathOnEvenPeriods) {
   Converter skelda(_snd_pcm_rate_skelda_open);
   ErrorCapture errors;
-  ASSERT_EQ(skelda.start(info(24000, 48000, 1, 1000, 2001)), 0);
-  ASSERT_EQ(skelda.start(info(48000, 16000, 2, 1024, 341)), 0);
+  ASSERT_EQ(skelda.start(rate_info(24000, 48000, 1, 1000, 2001)), 0);
+  ASSERT_EQ(skelda.start(rate_info(48000, 16000, 2, 1024, 341)), 0);
   std::vector<int16_t> src(2 * 1024, 1000), dst(2 * 341);
   skelda.convert(dst, 341, src, 1024);
   EXPECT_NE(skelda.dump().find("Windowed sinc at periods 1024 -> 341"), std::string::npos);
-  snd_pcm_rate_info_t i = info(48000, 16000, 2, 1023, 341);
+  snd_pcm_rate_info_t i = rate_info(48000, 16000, 2, 1023, 341);
   ASSERT_EQ(skelda.ops.adjust_pitch(skelda.obj, &i), 0);
   EXPECT_EQ(skelda.dump(), "RSMPL Converter: FIR filter, DOWN 48000 -> 16000\n");
   EXPECT_EQ(errors.reports().size(), 2u);

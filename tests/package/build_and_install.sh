@@ -16,16 +16,8 @@ sudo=""
 export DEBIAN_FRONTEND=noninteractive
 apt_get() { $sudo apt-get -o DPkg::Lock::Timeout=300 "$@"; }
 packages=(libasound2-plugin-skelda libskelda0 libskelda-dev skelda-tools)
-start=$SECONDS
-phase_start=$SECONDS
-phase() {
-  echo "-- $1 ($((SECONDS - phase_start)) s since the last step)"
-  phase_start=$SECONDS
-}
-fail() {
-  echo "FAIL: $*"
-  exit 1
-}
+phase() { echo "-- $1 ($SECONDS s)"; }
+fail() { echo "FAIL: $*"; exit 1; }
 
 work=$(mktemp -d /tmp/skelda-deb-XXXXXX)
 installed=0
@@ -197,4 +189,4 @@ $sudo dpkg --purge "${packages[@]}" >"$work/purge.log" 2>&1 || { cat "$work/purg
 installed=0
 same_as_before "dpkg --purge"
 phase "removed and purged; packages and files as before"
-echo "Debian packages: built, lintian-clean, installed, used and purged in $((SECONDS - start)) s"
+echo "Debian packages: built, lintian-clean, installed, used and purged in $SECONDS s"
