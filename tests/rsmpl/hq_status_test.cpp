@@ -15,14 +15,14 @@
 namespace {
 
 // What a row starts from: a state of these rates and channels at this
-// ratio (0: the rates'), or a block Init never saw.
+// ratio (0: the rates'), or (zeroed) a block Init never saw.
 struct Start {
   uint32_t in, out, channels, ratio_out = 0, ratio_in = 0;
-  enum { kReady, kZeroed, kGarbage } kind = kReady;
+  bool zeroed = false;
 };
 const Start kUp{44100, 48000, 2}, kDown{48000, 44100, 2}, kUnit{44100, 44100, 2};
 const Start kSmall{32000, 48000, 2};  // 3/2: the small ratios' design
-const Start kZeroed{44100, 48000, 2, 0, 0, Start::kZeroed}, kGarbage{44100, 48000, 2, 0, 0, Start::kGarbage};
+const Start kZeroed{44100, 48000, 2, 0, 0, true};
 
 // One block: 64 KB, the state's area, then 16 frames of input, of output
 // and the result words; scrambled bytes before each row.
@@ -32,17 +32,18 @@ struct Arena {
   std::vector<uint8_t> snap;
   uint32_t size = 0;
   ~Arena() { std::free(mem); }
-  RSMPL_HqState *st(size_t offset = 0) { return reinterpret_cast<RSMPL_HqState *>(mem + kPad + offset); }
+  RSMPL_HqState *st(size_t offset = 0) {
+    return reinterpret_cast<RSMPL_HqState *>(mem + kPad + offset);
+  }
   int16_t *in() { return reinterpret_cast<int16_t *>(mem + kSize - kPad); }
   uint32_t *word(int i) { return reinterpret_cast<uint32_t *>(in() + 8192) + i; }  // counts, result
-  RSMPL_HqInfo *info() { return reinterpret_cast<RSMPL_HqInfo *>(word(4)); }
   void prepare(const Start &s, uint32_t in_n = 16, uint32_t out_n = 16) {
     for (size_t i = 0; i < kSize; ++i) mem[i] = static_cast<uint8_t>((i * 2654435761u) >> 13);
-    if (s.kind == Start::kZeroed) std::memset(st(), 0, 1 << 20);
+    if (s.zeroed) std::memset(st(), 0, 1 << 20);
     ASSERT_EQ(RSMPL_HqGetStateSize(s.in, s.out, s.channels, &size), RSMPL_OK);
-    if (s.kind == Start::kReady)
+    if (!s.zeroed)
       ASSERT_TRUE(RSMPL_HqInit(st(), size, s.in, s.out, s.channels) == RSMPL_OK &&
-                  (s.ratio_out == 0 || RSMPL_HqSetRatio(st(), s.ratio_out, s.ratio_in) == RSMPL_OK));
+                  (!s.ratio_out || RSMPL_HqSetRatio(st(), s.ratio_out, s.ratio_in) == RSMPL_OK));
     *word(0) = in_n;
     *word(1) = out_n;
     snap.assign(mem, mem + kSize);
@@ -67,53 +68,30 @@ void run(const std::vector<Row> &rows) {
   }
 }
 
-// Rates 0, 7999, 8000, 192000 and 192001 on either side, channels 0, 1, 8, 9.
-using Call = std::function<RSMPL_Status(Arena &)>;
-std::vector<Row> range_rows(const std::function<Call(uint32_t, uint32_t, uint32_t)> &call) {
-  std::vector<Row> rows;
-  for (uint32_t r : {0u, 7999u, 8000u, 192000u, 192001u}) {
-    const RSMPL_Status want = r >= 8000 && r <= 192000 ? 0 : 3;
-    rows.push_back({"in " + std::to_string(r), kZeroed, want, call(r, 48000, 2)});
-    rows.push_back({"out " + std::to_string(r), kZeroed, want, call(44100, r, 2)});
-  }
-  for (uint32_t ch : {0u, 1u, 8u, 9u})
-    rows.push_back({std::to_string(ch) + " channels", kZeroed, ch == 0 || ch > 8 ? 4u : 0u, call(44100, 48000, ch)});
-  return rows;
-}
-
-TEST(HqStatus, GetStateSize) {
-  auto rows = range_rows([](uint32_t in, uint32_t out, uint32_t ch) {
-    return [=](Arena &a) { return RSMPL_HqGetStateSize(in, out, ch, a.word(2)); };
-  });
-  rows.push_back({"null size", kZeroed, 2, [](Arena &) { return RSMPL_HqGetStateSize(8000, 48000, 1, nullptr); }});
-  rows.push_back({"rate first", kZeroed, 3, [](Arena &) { return RSMPL_HqGetStateSize(7999, 8000, 9, nullptr); }});
-  rows.push_back({"then channels", kZeroed, 4, [](Arena &) { return RSMPL_HqGetStateSize(8000, 8000, 9, nullptr); }});
-  run(rows);
-}
-
-// The size of the rates (of 44100 -> 48000 for rates out of range), `less`
-// bytes short, at `offset` bytes into the area.
-Call init(uint32_t in, uint32_t out, uint32_t ch, uint32_t less = 0, size_t offset = 0) {
-  return [=](Arena &a) {
-    uint32_t size = 0;
-    const bool ok = in >= 8000 && in <= 192000 && out >= 8000 && out <= 192000 && ch >= 1 && ch <= 8;
-    RSMPL_HqGetStateSize(ok ? in : 44100, ok ? out : 48000, ok ? ch : 2, &size);
-    return RSMPL_HqInit(a.st(offset), size - less, in, out, ch);
+// Every rate at 0, 7999, 8000, 192000 and 192001 and channels 0 to 10
+// through both calls, rates checked before channels, are fuzz_hq's rows;
+// here the rest: the size pointer checked last, the state first, its size
+// (kZeroed's rates') and its alignment.
+TEST(HqStatus, GetStateSizeAndInit) {
+  auto size = [](uint32_t in, uint32_t out, uint32_t ch) {
+    return [=](Arena &) { return RSMPL_HqGetStateSize(in, out, ch, nullptr); };
   };
-}
-
-TEST(HqStatus, Init) {
-  auto rows = range_rows([](uint32_t in, uint32_t out, uint32_t ch) { return init(in, out, ch); });
-  rows.push_back({"null state", kZeroed, 1, [](Arena &) { return RSMPL_HqInit(nullptr, 0, 0, 0, 0); }});
-  rows.push_back({"rate before channels", kZeroed, 3, init(8000, 7999, 9)});
-  rows.push_back({"size one byte short", kZeroed, 4, init(96000, 44100, 3, 1)});
-  rows.push_back({"4 bytes past 8-aligned", kZeroed, 4, init(96000, 44100, 3, 0, 4)});
-  run(rows);
+  auto init = [](uint32_t less, size_t offset) {
+    return [=](Arena &a) { return RSMPL_HqInit(a.st(offset), a.size - less, 44100, 48000, 2); };
+  };
+  run({{"null size", kZeroed, 2, size(8000, 192000, 1)},
+       {"rate before channels and size", kZeroed, 3, size(7999, 8000, 9)},
+       {"channels before the size", kZeroed, 4, size(8000, 8000, 9)},
+       {"null state", kZeroed, 1, [](Arena &) { return RSMPL_HqInit(nullptr, 0, 0, 0, 0); }},
+       {"size one byte short", kZeroed, 4, init(1, 0)},
+       {"4 bytes past 8-aligned", kZeroed, 4, init(0, 4)}});
 }
 
 // Within 1/16 of 160/147 either way: 170/147 and 50/49 exactly.
 TEST(HqStatus, SetRatio) {
-  auto set = [](uint32_t out, uint32_t in) { return [=](Arena &a) { return RSMPL_HqSetRatio(a.st(), out, in); }; };
+  auto set = [](uint32_t out, uint32_t in) {
+    return [=](Arena &a) { return RSMPL_HqSetRatio(a.st(), out, in); };
+  };
   const uint32_t k24 = 1u << 24;
   run({
       {"state before counts", kZeroed, 7, set(0, 0)},
@@ -127,12 +105,12 @@ TEST(HqStatus, SetRatio) {
       {"out term of 2^24", kUnit, 3, set(k24, k24 - 1)},
       {"in term of 2^24", kUnit, 3, set(k24 - 1, k24)},
       {"large terms, small in lowest form", kUnit, 0, set(4000000000u, 4000000000u)},
-      {"largest terms", kUnit, 3, set(0xffffffffu, 0xfffffffeu)},
   });
 }
 
 // Buffers of 16 frames (32 samples) at sample offsets from the arena's
 // input, from the state's start or from its end; null when not given.
+using Call = std::function<RSMPL_Status(Arena &)>;
 enum Where { kNull, kBuf, kState, kStateEnd };
 Call io(Where in, ptrdiff_t in_at, Where out = kBuf, ptrdiff_t out_at = 4096) {
   return [=](Arena &a) {
@@ -144,12 +122,15 @@ Call io(Where in, ptrdiff_t in_at, Where out = kBuf, ptrdiff_t out_at = 4096) {
   };
 }
 
+// Sharing one buffer in place at every ratio kind, and empty buffers anywhere,
+// are held to the rules by hq_stream_test's and the fuzz target's streams.
 TEST(HqStatus, Process) {
   const Start rising_at_one{47000, 48000, 2, 1, 1}, falling_above_one{46000, 45000, 2, 103, 100};
   run({
       {"null counts before overlap", kUp, 2,
        [](Arena &a) { return RSMPL_HqProcess(a.st(), a.in(), nullptr, a.in(), a.word(1)); }},
-      {"null room", kUp, 2, [](Arena &a) { return RSMPL_HqProcess(a.st(), a.in(), a.word(0), a.in() + 64, nullptr); }},
+      {"null room", kUp, 2,
+       [](Arena &a) { return RSMPL_HqProcess(a.st(), a.in(), a.word(0), a.in() + 64, nullptr); }},
       {"null in, no frames", kUp, 0, io(kNull, 0), 0},
       {"null in, one frame", kUp, 2, io(kNull, 0), 1},
       {"null out, no room", kUp, 0, io(kBuf, 0, kNull, 0), 16, 0},
@@ -161,12 +142,8 @@ TEST(HqStatus, Process) {
       {"out ending where in starts", kUp, 0, io(kBuf, 32, kBuf, 0)},
       {"out one sample on, falling", kDown, 8, io(kBuf, 0, kBuf, 1)},
       {"same buffer, rising", kUp, 8, io(kBuf, 0, kBuf, 0)},
-      {"same buffer, falling", kDown, 0, io(kBuf, 0, kBuf, 0)},
-      {"same buffer, one to one", kUnit, 0, io(kBuf, 0, kBuf, 0)},
       {"same buffer, rising rates at ratio 1", rising_at_one, 0, io(kBuf, 0, kBuf, 0)},
       {"same buffer, falling rates above ratio 1", falling_above_one, 8, io(kBuf, 0, kBuf, 0)},
-      {"same buffer, rising, no room", kUp, 0, io(kBuf, 0, kBuf, 0), 16, 0},
-      {"same buffer, rising, no frames", kUp, 0, io(kBuf, 0, kBuf, 0), 0},
       {"in on the state's last sample", kUp, 8, io(kStateEnd, -1)},
       {"in right after the state", kUp, 0, io(kStateEnd, 0)},
       {"out ending on the state's first sample", kUp, 8, io(kBuf, 0, kState, -31)},
@@ -177,22 +154,25 @@ TEST(HqStatus, Process) {
 
 // Every call that takes a state, each with a null result (or count) pointer
 // and with valid ones: the state is checked first (1 null, 7 not a state:
-// never initialised, random bytes, misaligned, or any checked field just
-// past what it can be), then the pointer (2).
+// never initialised, misaligned, or any checked field just past what it can
+// be), then the pointer (2).
 TEST(HqStatus, CallsOnAStateRefuseAnythingButAState) {
   using S = RSMPL_HqState;
   const struct {
     const char *name;
     bool has_result;
-    std::function<RSMPL_Status(Arena &, S *, bool)> call;  // with a null result pointer, or not
+    std::function<RSMPL_Status(Arena &, S *, uint32_t *)> call;  // result: null, or a.word(2)
   } calls[] = {
-      {"SetRatio", false, [](Arena &, S *st, bool) { return RSMPL_HqSetRatio(st, 3, 2); }},
-      {"Reset", false, [](Arena &, S *st, bool) { return RSMPL_HqReset(st); }},
-      {"Process", true, [](Arena &a, S *st, bool null) {
-         return RSMPL_HqProcess(st, a.in(), null ? nullptr : a.word(0), a.in() + 64, a.word(1)); }},
-      {"OutputFrames", true, [](Arena &a, S *st, bool n) { return RSMPL_HqOutputFrames(st, 9, n ? 0 : a.word(2)); }},
-      {"InputFrames", true, [](Arena &a, S *st, bool n) { return RSMPL_HqInputFrames(st, 9, n ? 0 : a.word(2)); }},
-      {"GetInfo", true, [](Arena &a, S *st, bool n) { return RSMPL_HqGetInfo(st, n ? 0 : a.info()); }},
+      {"SetRatio", false, [](Arena &, S *st, uint32_t *) { return RSMPL_HqSetRatio(st, 3, 2); }},
+      {"Reset", false, [](Arena &, S *st, uint32_t *) { return RSMPL_HqReset(st); }},
+      {"Process", true, [](Arena &a, S *st, uint32_t *n) {
+         return RSMPL_HqProcess(st, a.in(), n ? a.word(0) : n, a.in() + 64, a.word(1)); }},
+      {"OutputFrames", true,
+       [](Arena &, S *st, uint32_t *n) { return RSMPL_HqOutputFrames(st, 9, n); }},
+      {"InputFrames", true,
+       [](Arena &, S *st, uint32_t *n) { return RSMPL_HqInputFrames(st, 9, n); }},
+      {"GetInfo", true, [](Arena &, S *st, uint32_t *n) {
+         return RSMPL_HqGetInfo(st, reinterpret_cast<RSMPL_HqInfo *>(n)); }},
   };
   const struct {
     const char *what;
@@ -201,13 +181,11 @@ TEST(HqStatus, CallsOnAStateRefuseAnythingButAState) {
     size_t offset = 0;
   } damages[] = {
       {"never initialised", kZeroed, nullptr},
-      {"random bytes", kGarbage, nullptr},
       {"moved 4 bytes", kUp, nullptr, 4},
       {"magic", kUp, [](S &s) { s.magic ^= 1; }},
       {"in rate 7999", kUp, [](S &s) { s.in_rate = 7999; }},
       {"out rate 192001", kUp, [](S &s) { s.out_rate = 192001; }},
       {"0 channels", kUp, [](S &s) { s.channels = 0; }},
-      {"9 channels", kUp, [](S &s) { s.channels = 9; }},
       {"taps", kUp, [](S &s) { s.taps += 16; }},
       {"phases held", kUp, [](S &s) { ++s.max_phases; }},
       {"line size", kUp, [](S &s) { ++s.line_cap; }},
@@ -228,18 +206,19 @@ TEST(HqStatus, CallsOnAStateRefuseAnythingButAState) {
   for (const auto &c : calls)
     for (bool null : {true, false}) {
       SCOPED_TRACE(::testing::Message() << c.name << (null ? ", null result" : ""));
+      uint32_t *result = null ? nullptr : a.word(2);
       a.prepare(kUp);
-      EXPECT_EQ(c.call(a, nullptr, null), 1u);
+      EXPECT_EQ(c.call(a, nullptr, result), 1u);
       EXPECT_TRUE(a.unchanged());
       a.prepare(kSmall);
-      EXPECT_EQ(c.call(a, a.st(), null), null && c.has_result ? 2u : 0u);
+      EXPECT_EQ(c.call(a, a.st(), result), null && c.has_result ? 2u : 0u);
       if (null && c.has_result) EXPECT_TRUE(a.unchanged());
       for (const auto &d : damages) {
         a.prepare(d.start);
         if (d.change) d.change(*a.st());
         std::memmove(a.st(d.offset), a.st(), a.size);
         a.snap.assign(a.mem, a.mem + Arena::kSize);
-        EXPECT_EQ(c.call(a, a.st(d.offset), null), 7u) << d.what;
+        EXPECT_EQ(c.call(a, a.st(d.offset), result), 7u) << d.what;
         EXPECT_TRUE(a.unchanged()) << d.what << " changed memory";
       }
     }

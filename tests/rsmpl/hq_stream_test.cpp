@@ -11,6 +11,7 @@
 #include <random>
 #include <vector>
 
+#include "rsmpl/fir_reference.h"
 #include "support/hq_reference.h"
 
 namespace {
@@ -18,12 +19,12 @@ namespace {
 using hq_test::ready;
 using hq_test::Segment;
 
+// Where two streams part, if they do.
 ::testing::AssertionResult same(const std::vector<int16_t> &got, const std::vector<int16_t> &want) {
-  if (got.size() != want.size()) return ::testing::AssertionFailure() << got.size() << " samples, want " << want.size();
-  const auto diff = std::mismatch(got.begin(), got.end(), want.begin());
-  if (diff.first == got.end()) return ::testing::AssertionSuccess();
-  return ::testing::AssertionFailure() << "sample " << diff.first - got.begin() << " is " << *diff.first
-                                       << ", want " << *diff.second;
+  if (got == want) return ::testing::AssertionSuccess();
+  const auto at = std::mismatch(got.begin(), got.end(), want.begin(), want.end()).first;
+  return ::testing::AssertionFailure() << got.size() << " samples (want " << want.size()
+                                       << "), the first differing is " << at - got.begin();
 }
 
 // Feeds the interleaved frames `x` in calls offering random counts, with
@@ -77,80 +78,77 @@ std::vector<int16_t> feed(RSMPL_HqState *st, const std::vector<int16_t> &x, cons
   return y;
 }
 
-// Some input, then Reset (back to silence and the start), then the stream;
-// and the count queries over an hour, capped at 2^32 - 1.
+// A stream: its rates, then steps that each set a ratio (0: keep the
+// rates') and run some frames (0: a few windows' worth, up to 1500 outputs).
+// The next output keeps its input frame and takes the phase rounded down to
+// the new ratio's grid.
+struct Step {
+  uint32_t ratio_out, ratio_in, frames;
+};
+struct Stream {
+  uint32_t in, out;
+  std::vector<Step> steps;
+};
+
+// Each path at its ratio, and streams that change it: in and out of the
+// small ratios' designs, M changing on the way, and between blended and
+// unblended phases. Before the first step's frames: the count queries over
+// an hour (capped at 2^32 - 1), some input and Reset (back to silence and
+// the start).
 TEST(HqStream, EveryBuildMatchesTheReferenceOverAnySplit) {
+  std::vector<Stream> streams = {
+      {44100, 48000, {{0, 0, 1001}, {1115, 1024, 2999}, {1088, 1000, 1500}, {8, 7, 700}}},
+      {48000, 44100, {{0, 0, 777}, {1024, 1115, 1234}, {441, 480, 999}, {7, 8, 600}}},
+      {192000, 8000, {{0, 0, 5000}, {1001, 24000, 9000}, {1, 24, 6000}, {1, 25, 5000}}},
+      {8000, 192000, {{0, 0, 100}, {23, 1, 150}, {24001, 1000, 90}, {25, 1, 80}}},
+      {48000, 32000, {{0, 0, 900}, {5, 8, 1000}, {2, 3, 700}, {7, 10, 800}, {682, 1024, 600}}},
+      {32000, 48000, {{0, 0, 500}, {1537, 1024, 700}, {3, 2, 600}, {1023, 682, 400}}}};
+  for (const auto &p : hq_test::paths())
+    streams.push_back({p.in, p.out, {{p.ratio_out, p.ratio_in}}});
   std::mt19937 rng(2024);
   int run = 0;
   struct Active {  // the build the library runs, until the end of the test
     ~Active() { rsmpl::use_fir_kernels(nullptr); }
   } active;
-  for (const auto *set : hq_test::runnable_sets()) {
+  for (const auto *set : fir_test::runnable_sets()) {
     rsmpl::use_fir_kernels(set);
-    for (const auto &c : hq_test::paths())
+    for (const auto &c : streams)
       for (uint32_t ch : {1u, 2u, 3u, 8u}) {
-        SCOPED_TRACE(::testing::Message() << set->name << " " << c.in << "->" << c.out << " at " << c.ratio_out
-                                          << "/" << c.ratio_in << ", " << ch << " ch");
-        auto st = hq_test::make_state(c.in, c.out, ch, c.ratio_out, c.ratio_in);
+        auto st = hq_test::make_state(c.in, c.out, ch);
         ASSERT_TRUE(st);
-        const Segment seg = hq_test::fresh(c);
-        for (uint32_t n : {3600 * c.in, UINT32_MAX}) {
-          uint32_t outputs = 0, inputs = 0;
-          RSMPL_HqOutputFrames(st.get(), n, &outputs);
-          RSMPL_HqInputFrames(st.get(), n, &inputs);
-          EXPECT_EQ(outputs, std::min<uint64_t>(ready(seg, n), UINT32_MAX)) << n;
-          EXPECT_EQ(inputs, std::min<uint64_t>((n - 1ull) * seg.M / seg.L + 1, UINT32_MAX)) << n;
+        Segment seg = hq_test::fresh(c.out, c.in);
+        std::vector<int16_t> x;
+        for (const Step &s : c.steps) {
+          SCOPED_TRACE(::testing::Message() << set->name << " " << c.in << "->" << c.out << ", "
+                                            << ch << " ch at " << s.ratio_out << "/" << s.ratio_in);
+          const uint64_t fed = x.size() / ch;
+          if (s.ratio_out != 0) {
+            ASSERT_EQ(RSMPL_HqSetRatio(st.get(), s.ratio_out, s.ratio_in), RSMPL_OK);
+            const Segment next = hq_test::at(seg, ready(seg, fed));
+            const Segment ratio = hq_test::fresh(s.ratio_out, s.ratio_in);
+            seg = {ratio.L, ratio.M, next.e, next.r * ratio.L / seg.L};
+          }
+          if (fed == 0) {
+            for (uint32_t n : {3600 * c.in, UINT32_MAX}) {
+              uint32_t outs = 0, ins = 0;
+              RSMPL_HqOutputFrames(st.get(), n, &outs);
+              RSMPL_HqInputFrames(st.get(), n, &ins);
+              EXPECT_EQ(outs, std::min<uint64_t>(ready(seg, n), UINT32_MAX)) << n;
+              EXPECT_EQ(ins, std::min<uint64_t>((n - 1ull) * seg.M / seg.L + 1, UINT32_MAX)) << n;
+            }
+            feed(st.get(), hq_test::make_input(hq_test::kRandom, 300 * ch, rng), seg, 0, rng);
+            ASSERT_EQ(RSMPL_HqReset(st.get()), RSMPL_OK);
+          }
+          const uint64_t most = std::min<uint64_t>(1500, 150000 / st->taps), done = ready(seg, fed);
+          const uint64_t frames =
+              s.frames ? s.frames : std::max<uint64_t>(4 * st->taps, most * seg.M / seg.L);
+          const auto slice = hq_test::make_input(hq_test::Fill(run++ % 3), frames * ch, rng);
+          x.insert(x.end(), slice.begin(), slice.end());
+          const auto got = feed(st.get(), slice, seg, fed, rng);
+          const uint64_t count = ready(seg, fed + frames) - done;
+          ASSERT_TRUE(same(got, hq_test::reference(*st, seg, x, done, count)));
         }
-        feed(st.get(), hq_test::make_input(hq_test::kRandom, 300 * ch, rng), seg, 0, rng);
-        ASSERT_EQ(RSMPL_HqReset(st.get()), RSMPL_OK);
-        // Up to 1500 outputs (fewer for long filters) from a few windows of input.
-        const uint64_t outputs = std::min<uint64_t>(1500, 150000 / st->taps);
-        const size_t frames = std::max<uint64_t>(4 * st->taps, outputs * seg.M / seg.L);
-        const auto x = hq_test::make_input(hq_test::Fill(run++ % 3), frames * ch, rng);
-        ASSERT_TRUE(same(feed(st.get(), x, seg, 0, rng), hq_test::reference(*st, seg, x, 0, ready(seg, frames))));
       }
-  }
-}
-
-// Each step sets a ratio (0: keep the rates') and runs some frames. The next
-// output keeps its input frame and takes the phase rounded down to the new
-// ratio's grid: in and out of the small ratios' designs, M changing on the
-// way, and between blended and unblended phases.
-TEST(HqStream, RatioChangesCarryThePositionOver) {
-  struct Step {
-    uint32_t ratio_out, ratio_in, frames;
-  };
-  const struct {
-    uint32_t in, out, channels;
-    std::vector<Step> steps;
-  } cases[] = {
-      {44100, 48000, 2, {{0, 0, 1001}, {1115, 1024, 2999}, {1088, 1000, 1500}, {8, 7, 700}, {11, 10, 500}}},
-      {48000, 44100, 1, {{0, 0, 777}, {1024, 1115, 1234}, {441, 480, 999}, {7, 8, 600}, {147, 151, 500}}},
-      {192000, 8000, 1, {{0, 0, 5000}, {1001, 24000, 9000}, {1, 24, 6000}, {1, 25, 5000}}},
-      {8000, 192000, 2, {{0, 0, 100}, {23, 1, 150}, {24001, 1000, 90}, {25, 1, 80}}},
-      {48000, 32000, 3, {{0, 0, 900}, {5, 8, 1000}, {2, 3, 700}, {7, 10, 800}, {682, 1024, 600}, {5, 8, 500}}},
-      {32000, 48000, 1, {{0, 0, 500}, {1537, 1024, 700}, {3, 2, 600}, {1023, 682, 400}}},
-  };
-  std::mt19937 rng(7);
-  for (const auto &c : cases) {
-    auto st = hq_test::make_state(c.in, c.out, c.channels);
-    size_t total = 0, fed = 0;
-    for (const Step &s : c.steps) total += s.frames;
-    const auto x = hq_test::make_input(hq_test::kRandom, total * c.channels, rng);
-    Segment seg = hq_test::fresh(c.out, c.in);
-    for (const Step &s : c.steps) {
-      SCOPED_TRACE(::testing::Message() << c.in << "->" << c.out << " at " << s.ratio_out << "/" << s.ratio_in);
-      if (s.ratio_out != 0) {
-        ASSERT_EQ(RSMPL_HqSetRatio(st.get(), s.ratio_out, s.ratio_in), RSMPL_OK);
-        const Segment next = hq_test::at(seg, ready(seg, fed)), ratio = hq_test::fresh(s.ratio_out, s.ratio_in);
-        seg = {ratio.L, ratio.M, next.e, next.r * ratio.L / seg.L};
-      }
-      const std::vector<int16_t> slice(x.begin() + fed * c.channels, x.begin() + (fed + s.frames) * c.channels);
-      const auto got = feed(st.get(), slice, seg, fed, rng);
-      const uint64_t done = ready(seg, fed);
-      fed += s.frames;
-      ASSERT_TRUE(same(got, hq_test::reference(*st, seg, x, done, ready(seg, fed) - done)));
-    }
   }
 }
 

@@ -3,7 +3,7 @@
 // multiplies and divisions (no running sums), its inner products over the
 // state's coefficient table in int64, and the blend, rounding and
 // saturation as hq_state.h describes them. Also what the tests holding the
-// library to it share: states, ratios on each path, inputs, kernel builds.
+// library to it share: states, ratios on each path, inputs.
 #ifndef SKELDA_TESTS_HQ_REFERENCE_H
 #define SKELDA_TESTS_HQ_REFERENCE_H
 
@@ -14,7 +14,6 @@
 #include <random>
 #include <vector>
 
-#include "rsmpl/fir_kernel_set.h"
 #include "rsmpl/hq_state.h"
 #include "skelda/rsmpl_hq.h"
 
@@ -56,15 +55,6 @@ inline const std::vector<Rates> &paths() {
   return all;
 }
 
-// Every kernel build this CPU runs.
-inline std::vector<const rsmpl::FirKernelSet *> runnable_sets() {
-  std::vector<const rsmpl::FirKernelSet *> sets;
-  for (auto *set : {rsmpl::fir_kernels_scalar(), rsmpl::fir_kernels_sse2(),
-                    rsmpl::fir_kernels_avx2(), rsmpl::fir_kernels_neon()})
-    if (set) sets.push_back(set);
-  return sets;
-}
-
 // kRandom: any value; kFullScale: +32767 and -32768 at random; kRuns: runs
 // of one extreme, so that sums reach their largest; kHigh, kLow: one
 // extreme throughout.
@@ -90,9 +80,6 @@ struct Segment {
 inline Segment fresh(uint64_t out_frames, uint64_t in_frames) {
   const uint64_t g = std::gcd(out_frames, in_frames);
   return {out_frames / g, in_frames / g};
-}
-inline Segment fresh(const Rates &c) {
-  return c.ratio_out ? fresh(c.ratio_out, c.ratio_in) : fresh(c.out, c.in);
 }
 
 // Outputs of the segment whose newest sample is among the first `frames`
