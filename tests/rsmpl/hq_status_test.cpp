@@ -59,6 +59,8 @@ struct Row {
   uint32_t in_n = 16, out_n = 16;  // the counts Process is given
 };
 
+using Call = std::function<RSMPL_Status(Arena &)>;
+
 void run(const std::vector<Row> &rows) {
   Arena a;
   for (const Row &row : rows) {
@@ -68,23 +70,39 @@ void run(const std::vector<Row> &rows) {
   }
 }
 
-// Every rate at 0, 7999, 8000, 192000 and 192001 and channels 0 to 10
-// through both calls, rates checked before channels, are fuzz_hq's rows;
-// here the rest: the size pointer checked last, the state first, its size
-// (kZeroed's rates') and its alignment.
+// Rates 0, 7999, 8000, 192000 and 192001 on either side and channels 0, 1,
+// 8 and 9 through both calls (Init with the size of its rates, or of
+// kZeroed's when they are refused); the size pointer checked last, the state
+// first, its size and its alignment.
 TEST(HqStatus, GetStateSizeAndInit) {
-  auto size = [](uint32_t in, uint32_t out, uint32_t ch) {
-    return [=](Arena &) { return RSMPL_HqGetStateSize(in, out, ch, nullptr); };
+  auto size = [](uint32_t in, uint32_t out, uint32_t ch, bool null = false) {
+    return [=](Arena &a) { return RSMPL_HqGetStateSize(in, out, ch, null ? nullptr : a.word(2)); };
   };
-  auto init = [](uint32_t less, size_t offset) {
-    return [=](Arena &a) { return RSMPL_HqInit(a.st(offset), a.size - less, 44100, 48000, 2); };
+  auto init = [](uint32_t in, uint32_t out, uint32_t ch, uint32_t less = 0, size_t offset = 0) {
+    return [=](Arena &a) {
+      uint32_t bytes = a.size;
+      RSMPL_HqGetStateSize(in, out, ch, &bytes);
+      return RSMPL_HqInit(a.st(offset), bytes - less, in, out, ch);
+    };
   };
-  run({{"null size", kZeroed, 2, size(8000, 192000, 1)},
-       {"rate before channels and size", kZeroed, 3, size(7999, 8000, 9)},
-       {"channels before the size", kZeroed, 4, size(8000, 8000, 9)},
-       {"null state", kZeroed, 1, [](Arena &) { return RSMPL_HqInit(nullptr, 0, 0, 0, 0); }},
-       {"size one byte short", kZeroed, 4, init(1, 0)},
-       {"4 bytes past 8-aligned", kZeroed, 4, init(0, 4)}});
+  std::vector<Row> rows = {
+      {"null size", kZeroed, 2, size(8000, 192000, 1, true)},
+      {"rate before channels and size", kZeroed, 3, size(7999, 8000, 9, true)},
+      {"channels before the size", kZeroed, 4, size(8000, 8000, 9, true)},
+      {"null state", kZeroed, 1, [](Arena &) { return RSMPL_HqInit(nullptr, 0, 0, 0, 0); }},
+      {"init: rate before channels", kZeroed, 3, init(8000, 7999, 9)},
+      {"size one byte short", kZeroed, 4, init(96000, 44100, 3, 1)},
+      {"4 bytes past 8-aligned", kZeroed, 4, init(96000, 44100, 3, 0, 4)}};
+  for (uint32_t r : {0u, 7999u, 8000u, 192000u, 192001u}) {
+    const RSMPL_Status want = r >= 8000 && r <= 192000 ? 0 : 3;
+    for (const Call &call : {Call(size(r, 48000, 2)), Call(size(44100, r, 2)), Call(init(r, 48000, 2)),
+                             Call(init(44100, r, 2))})
+      rows.push_back({"rate " + std::to_string(r), kZeroed, want, call});
+  }
+  for (uint32_t ch : {0u, 1u, 8u, 9u})
+    for (const Call &call : {Call(size(44100, 48000, ch)), Call(init(44100, 48000, ch))})
+      rows.push_back({std::to_string(ch) + " channels", kZeroed, ch >= 1 && ch <= 8 ? 0u : 4u, call});
+  run(rows);
 }
 
 // Within 1/16 of 160/147 either way: 170/147 and 50/49 exactly.
@@ -110,7 +128,6 @@ TEST(HqStatus, SetRatio) {
 
 // Buffers of 16 frames (32 samples) at sample offsets from the arena's
 // input, from the state's start or from its end; null when not given.
-using Call = std::function<RSMPL_Status(Arena &)>;
 enum Where { kNull, kBuf, kState, kStateEnd };
 Call io(Where in, ptrdiff_t in_at, Where out = kBuf, ptrdiff_t out_at = 4096) {
   return [=](Arena &a) {
