@@ -1,14 +1,15 @@
 // Resampler context: size, initialisation and reset.
 #include "rsmpl/context.h"
 
+#include <atomic>
 #include <cstring>
 
 namespace {
 
-// Records that the one-time coefficient set-up has run. The set-up does
-// nothing (the tables are constant data), so an unsynchronised race between
-// two first initialisations is harmless.
-uint32_t g_coefficients_ready = 0;
+// Records that the one-time coefficient set-up has run (it does nothing:
+// the tables are constant data). Atomic, because contexts may be
+// initialised on several threads at once, and only one of them runs it.
+std::atomic<uint32_t> g_coefficients_ready{0};
 
 constexpr uint32_t kQ24One = 1u << 24;
 constexpr uint32_t kQ16Of128 = 128u << 16;  // what ToUFix(16, 128.0f) gives
@@ -41,8 +42,7 @@ SKELDA_API void RSMPLSincReset(RSMPL_Context *ctx) {
 SKELDA_API RSMPL_Status RSMPL_InitContext(RSMPL_Context *ctx) {
   if (ctx == nullptr) return RSMPL_ERR_NULL_CONTEXT;
   std::memset(ctx, 0, sizeof *ctx);
-  if (g_coefficients_ready == 0) {
-    g_coefficients_ready = 1;
+  if (g_coefficients_ready.exchange(1, std::memory_order_relaxed) == 0) {
     InitRsmplCoeff_2_1();
     InitRsmplCoeff_3_2();
     InitRsmplCoeff_3_1();

@@ -16,19 +16,17 @@
 
 namespace fir_test {
 
-using Kernel = void (*)(const int16_t *, int16_t *, int32_t);
-using Driver = void (*)(const int16_t *, int16_t *, RSMPL_Context *, int32_t);
+constexpr int16_t kCanary = 0x5a5a;  // fills what a call must leave alone
 
 struct KernelSpec {
   const char *name;
   rsmpl::FirKernelId id;
-  Kernel exported;
   int L, M, N, shift, offset, history;
   std::vector<int> prototype;
   // The stage over it: driver, direction, ratio code, what the block call
   // accepts (shortest block, multiple; up: at most 1440 outputs) and the
   // driver's split point (down) or tail (up).
-  Driver driver;
+  void (*driver)(const int16_t *, int16_t *, RSMPL_Context *, int32_t);
   bool up;
   uint32_t code;
   int min_length, multiple, boundary;
@@ -43,21 +41,21 @@ inline std::vector<int> untriple(const int16_t *t) {
 template <size_t N>
 std::vector<int> P(const int16_t (&table)[N]) { return std::vector<int>(table, table + N); }
 
-// name, id, exported kernel, L, M, N, s, c, H, prototype; driver, up, code,
+// name, id, L, M, N, s, c, H, prototype; driver, up, code,
 // shortest block, multiple, split point or tail.
 inline const std::vector<KernelSpec> &kernel_specs() {
   using namespace rsmpl;
   static const std::vector<KernelSpec> specs = {
-      {"Up2", kFirUp2, UpsampleFIR1To2, 2, 1, 72, 15, 70, 35, P(RsmplCoeff_2_1), Upsample2_1, true, 1, 4, 1, 18},
-      {"Down2", kFirDown2, DownsampleFIR2To1, 1, 2, 72, 16, 71, 70, P(RsmplCoeff_2_1), Downsample1_2, false, 1, 8, 4, 144},
-      {"Up3", kFirUp3, UpsampleFIR1To3, 3, 1, 48, 15, 45, 15, untriple(RsmplCoeff_1_3), Upsample3_1, true, 2, 6, 1, 6},
-      {"Down3", kFirDown3, DownsampleFIR3To1, 1, 3, 48, 16, 47, 45, P(RsmplCoeff_3_1), Downsample1_3, false, 2, 18, 6, 72},
-      {"Up2To3", kFirUp2To3, UpsampleFIR2To3, 3, 2, 45, 15, 45, 15, P(RsmplCoeff_2_3), Upsample3_2, true, 0, 6, 2, 12},
-      {"Down3To2", kFirDown3To2, DownsampleFIR3To2, 2, 3, 30, 15, 29, 14, P(RsmplCoeff_3_2), Downsample2_3, false, 0, 18, 6, 48},
-      {"Up4", kFirUp4, UpsampleFIR1To4, 4, 1, 64, 15, 60, 15, P(RsmplCoeff_1_4), Upsample4_1, true, 3, 4, 1, 4},
-      {"Down4", kFirDown4, DownsampleFIR4To1, 1, 4, 64, 17, 63, 60, P(RsmplCoeff_4_1), Downsample1_4, false, 3, 16, 4, 80},
-      {"Up6", kFirUp6, UpsampleFIR1To6, 6, 1, 96, 15, 90, 15, P(RsmplCoeff_1_6), Upsample6_1, true, 4, 6, 1, 3},
-      {"Down6", kFirDown6, DownsampleFIR6To1, 1, 6, 96, 17, 95, 90, P(RsmplCoeff_6_1), Downsample1_6, false, 4, 36, 6, 108},
+      {"Up2", kFirUp2, 2, 1, 72, 15, 70, 35, P(RsmplCoeff_2_1), Upsample2_1, true, 1, 4, 1, 18},
+      {"Down2", kFirDown2, 1, 2, 72, 16, 71, 70, P(RsmplCoeff_2_1), Downsample1_2, false, 1, 8, 4, 144},
+      {"Up3", kFirUp3, 3, 1, 48, 15, 45, 15, untriple(RsmplCoeff_1_3), Upsample3_1, true, 2, 6, 1, 6},
+      {"Down3", kFirDown3, 1, 3, 48, 16, 47, 45, P(RsmplCoeff_3_1), Downsample1_3, false, 2, 18, 6, 72},
+      {"Up2To3", kFirUp2To3, 3, 2, 45, 15, 45, 15, P(RsmplCoeff_2_3), Upsample3_2, true, 0, 6, 2, 12},
+      {"Down3To2", kFirDown3To2, 2, 3, 30, 15, 29, 14, P(RsmplCoeff_3_2), Downsample2_3, false, 0, 18, 6, 48},
+      {"Up4", kFirUp4, 4, 1, 64, 15, 60, 15, P(RsmplCoeff_1_4), Upsample4_1, true, 3, 4, 1, 4},
+      {"Down4", kFirDown4, 1, 4, 64, 17, 63, 60, P(RsmplCoeff_4_1), Downsample1_4, false, 3, 16, 4, 80},
+      {"Up6", kFirUp6, 6, 1, 96, 15, 90, 15, P(RsmplCoeff_1_6), Upsample6_1, true, 4, 6, 1, 3},
+      {"Down6", kFirDown6, 1, 6, 96, 17, 95, 90, P(RsmplCoeff_6_1), Downsample1_6, false, 4, 36, 6, 108},
   };
   return specs;
 }
@@ -75,6 +73,18 @@ inline std::vector<int16_t> general_form(const KernelSpec &k, const int16_t *in,
     out[r] = static_cast<int16_t>(v > 32767 ? 32767 : v < -32768 ? -32768 : v);
   }
   return out;
+}
+
+inline int64_t outputs_of(const KernelSpec &k, int64_t n) { return n < k.M ? 0 : n / k.M * k.L; }
+
+// What RSMPL_Up / RSMPL_Down accept for this stage.
+inline bool allowed(const KernelSpec &k, int64_t n) {
+  return n >= k.min_length && n % k.multiple == 0 && (!k.up || outputs_of(k, n) <= 1440);
+}
+
+inline uint32_t block_call(const KernelSpec &k, RSMPL_Context *ctx, const int16_t *in, int16_t *out,
+                           int32_t n, uint32_t code) {
+  return k.up ? RSMPL_Up(ctx, in, out, n, code) : RSMPL_Down(ctx, in, out, n, code);
 }
 
 // A whole stream through the stage from silence.

@@ -36,9 +36,12 @@ struct Model {
     nextPhaseStep = ToUFix(16, std::min(r * 128.0f, 128.0f));
     nextGain = ToUFix(24, std::min(r, 1.0f));
     halfLength = r < 1.0f ? static_cast<uint32_t>(1.0f / r * 13.0f) : 13;
-    const int32_t d = growth();
-    const uint32_t extra = d >= 0 ? 1 : static_cast<uint32_t>(std::fma(float(-d), r, 0.5f)) + 1;
-    return {static_cast<uint32_t>(std::max(d, 0)) + 1, 1440, extra};
+    return {static_cast<uint32_t>(std::max(growth(), 0)) + 1, 1440, extra()};
+  }
+
+  // The room past ceil(n * ratio) a call needs: more while the filter shrinks.
+  uint32_t extra() const {
+    return growth() >= 0 ? 1 : static_cast<uint32_t>(std::fma(float(-growth()), ratio, 0.5f)) + 1;
   }
 
   void set_delay(float d) {

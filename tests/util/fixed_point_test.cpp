@@ -24,7 +24,6 @@ TEST(Saturate, ClampsToTheWidthTakenModulo32) {
     const int64_t hi = (int64_t{1} << s) - 1, lo = -(int64_t{1} << s);
     for (int64_t v : values) ASSERT_EQ(_SAT(v, bits), std::clamp(v, lo, hi)) << v << " " << bits;
   }
-  EXPECT_EQ(_SAT(-5000000000LL, -32768), INT32_MIN);  // (-32768 - 1) mod 32 = 31
 }
 
 // value * 2^q rounded half away from zero and clamped; NaN gives 0. Below 0
@@ -57,49 +56,34 @@ TEST(ToFixed, RoundsAndClampsForEveryQ) {
   EXPECT_EQ(ToSFix(0, -2.5f), -3);
 }
 
-// _NORMALIZE_S32: x = m * 2^e with |m| in [2^30, 2^31 - 1]; 0 gives 0 and
-// -32768. _EXPONENT32: the fewest left shifts that bring |v| to 2^30 (2^31
-// for negative v). _EXP32TOEXP16: the upper half rounded half up, at most
-// 32767, exponent kept.
+// _EXPONENT32: the fewest left shifts that bring |v| to 2^30 (2^31 for
+// negative v). _EXP32TOEXP16: the upper half rounded half up, at most 32767,
+// exponent kept. _EXP32TOINT32: m * 2^e floored and saturated.
 TEST(ThirtyTwoBitHelpers, MatchTheirRules) {
   std::vector<int64_t> values = EdgesAndRandom(32, 3, 20000);
   for (int64_t k = -32768; k < 32768; k += 97)  // exact halves for the upper half, and neighbours
     for (int64_t d : {-1, 0, 1}) values.push_back(k * 65536 + 32768 + d);
   for (int64_t x : values) {
-    if (x > INT32_MAX) continue;
     const auto v = static_cast<int32_t>(x);
-    int64_t m = x, shifts = 0;
-    int e = x == 0 ? -32768 : 0;
-    for (; m != 0 && std::abs(m) < (int64_t{1} << 30); m *= 2) --e;
-    for (; std::abs(m) > INT32_MAX; m /= 2) ++e;  // only -2^31, exactly
-    int32_t got_m = 12345;
-    int16_t got_e = 12345;
-    ASSERT_EQ(_NORMALIZE_S32(v, &got_m, &got_e), m) << x;
-    ASSERT_EQ(Split(got_m, got_e), Split(m, e)) << x;
+    int shifts = 0;
     while (x != 0 && (std::abs(x) << shifts) < (int64_t{1} << (x < 0 ? 31 : 30))) ++shifts;
     ASSERT_EQ(_EXPONENT32(&v), shifts) << x;
     const EXP16 half = _EXP32TOEXP16({static_cast<int16_t>(x), v});
     ASSERT_EQ(half.mantissa,
               static_cast<int16_t>(std::min<int64_t>(floor_div(x + 32768, 65536), 32767)));
     ASSERT_EQ(half.exponent, static_cast<int16_t>(x));
-  }
-}
-
-TEST(Exp32ToInt32, IsTheFlooredProductSaturated) {
-  for (int64_t m : EdgesAndRandom(32, 4, 2000)) {
     for (int e : {-32768, -64, -32, -31, -30, -17, -1, 0, 1, 2, 15, 30, 31, 32, 33, 32767}) {
-      // Past 2^32 every nonzero m saturates; past 2^-63 every m floors to 0 or -1.
-      const int64_t x = e >= 0 ? m * (int64_t{1} << std::min(e, 32)) : m >> std::min(-e, 63);
-      const int32_t want = static_cast<int32_t>(std::clamp<int64_t>(x, INT32_MIN, INT32_MAX));
-      ASSERT_EQ(_EXP32TOINT32({static_cast<int16_t>(e), static_cast<int32_t>(m)}), want)
-          << m << " " << e;
+      // Past 2^32 every nonzero x saturates; past 2^-63 every x floors to 0 or -1.
+      const int64_t p = e >= 0 ? x * (int64_t{1} << std::min(e, 32)) : x >> std::min(-e, 63);
+      const auto want = static_cast<int32_t>(std::clamp<int64_t>(p, INT32_MIN, INT32_MAX));
+      ASSERT_EQ(_EXP32TOINT32({static_cast<int16_t>(e), v}), want) << x << " " << e;
     }
   }
 }
 
-// _MANTNEXP: x = m * 2^e with |m| in [2^30, 2^31), exact below 2^31 in
-// magnitude, floored above with e at most 8; 0 gives 0 and -32768.
-// _MANTEXPO32: the same after saturating x to 40 bits.
+// x = m * 2^e with |m| in [2^30, 2^31); 0 gives 0 and -32768. _MANTNEXP and
+// _NORMALIZE_S32: exact below 2^31 in magnitude, floored above with e at
+// most 8. _MANTEXPO32: the same after saturating x to 40 bits.
 TEST(MantissaAndExponent, SplitFortyBitValues) {
   for (int64_t x : EdgesAndRandom(64, 5, 40000)) {
     const int64_t clamped = std::clamp(x, -(int64_t{1} << 39), (int64_t{1} << 39) - 1);
@@ -115,6 +99,10 @@ TEST(MantissaAndExponent, SplitFortyBitValues) {
     int16_t got_e = 12345;
     _MANTNEXP(x, &got_m, &got_e);
     ASSERT_EQ(Split(got_m, got_e), Split(m, e)) << x;
+    if (x != static_cast<int32_t>(x)) continue;
+    int32_t m32 = 12345;
+    ASSERT_EQ(_NORMALIZE_S32(static_cast<int32_t>(x), &m32, &got_e), m) << x;
+    ASSERT_EQ(Split(m32, got_e), Split(m, e)) << x;
   }
 }
 

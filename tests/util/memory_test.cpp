@@ -28,10 +28,8 @@ TEST(UtilMemory, MovesCopiesAndFillsEqualTheCLibrary) {
           std::memcpy(ours, pattern, 512), std::memcpy(theirs, pattern, 512);
           void *got =
               call < 5 ? moves[call](ours + dst, ours + src, n) : UTIL_Memset(ours + dst, value, n);
-          if (call < 5)
-            std::memmove(theirs + dst, theirs + src, n);
-          else
-            std::memset(theirs + dst, value & 0xFF, n);
+          call < 5 ? std::memmove(theirs + dst, theirs + src, n)
+                   : std::memset(theirs + dst, value & 0xFF, n);
           ASSERT_EQ(got, ours + dst);
           ASSERT_EQ(std::memcmp(ours, theirs, 512), 0)
               << call << ": " << src << " -> " << dst << " " << n;

@@ -1,7 +1,8 @@
-// Every status rule of the context and sinc interpolator calls, and random
-// call sequences held bit for bit to the plain model of the interpolator.
+// Every status rule of the engine's calls, and random sinc interpolator call
+// sequences held bit for bit to its plain model.
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <cmath>
 #include <functional>
 #include <limits>
@@ -15,43 +16,46 @@ namespace {
 
 using sinc_test::Model;
 using sinc_test::snapshot;
-
-constexpr int16_t kCanary = 0x5a5a;
+using fir_test::kCanary;
 
 // Each rule of each call at its boundary and one past it, and the order of
-// the checks. `ratio` is set first (0: none); a refused call changes
-// neither the context nor any result nor the output.
-TEST(SincCalls, EveryRuleAtItsBoundaryAndTheOrderOfTheChecks) {
+// the checks: a null context first, then pointers, codes and values in the
+// documented order. `ratio` is set first (0: none) on a context holding
+// random history; a refused call changes neither the context nor any result
+// nor the output. What accepted block calls write, the stage test checks.
+TEST(EngineCalls, EveryRuleAtItsBoundaryAndTheOrderOfTheChecks) {
   using Call = std::function<uint32_t(RSMPL_Context *, uint32_t *, int16_t *)>;
   struct Case {
-    float ratio;
     uint32_t status;
     Call call;
+    float ratio = 0;
   };
-  static const int16_t in[1441] = {};
+  std::mt19937 rng(4);
+  const auto random =
+      fir_test::make_signal(96000 + rsmpl::kSampleAreaSize, fir_test::Fill::kRandom, rng);
+  const int16_t *in = random.data(), *history = in + 96000;
   const float nan = std::nanf(""), tiny = std::numeric_limits<float>::denorm_min();
   std::vector<Case> cases;
   for (auto [r, s] : {std::pair{0.125f, 0u}, {std::nextafter(0.125f, 0.0f), 3u}, {8.0f, 0u},
                       {std::nextafter(8.0f, 9.0f), 3u}, {nan, 3u}})
     cases.push_back(
-        {0, s, [r = r](auto c, auto o, auto) { return RSMPL_SetResampleRatio(c, o, o + 1, o + 2, r); }});
+        {s, [r = r](auto c, auto o, auto) { return RSMPL_SetResampleRatio(c, o, o + 1, o + 2, r); }});
   for (auto [d, s] :
        {std::pair{0.0f, 0u}, {-tiny, 6u}, {1.0f, 0u}, {std::nextafter(1.0f, 2.0f), 6u}, {nan, 6u}})
     cases.push_back(
-        {0.5f, s, [d = d](auto c, auto o, auto) { return RSMPL_SetFracDelay(c, o, o + 1, d); }});
+        {s, [d = d](auto c, auto o, auto) { return RSMPL_SetFracDelay(c, o, o + 1, d); }, 0.5f});
   // The count limit is ratio * 1440 in single precision: 0.7f * 1440 is
   // 1007.99998, which rounds to 1008.
   for (auto [r, m, s] : {std::tuple{1.0f, 0, 4u}, {1.0f, 1, 0u}, {1.0f, 1440, 0u}, {1.0f, 1441, 4u},
                          {0.7f, 1008, 0u}, {0.7f, 1009, 4u}, {8.0f, 11520, 0u}, {8.0f, 11521, 4u},
                          {0.125f, 180, 0u}, {0.125f, 181, 4u}})
-    cases.push_back({r, s, [m = m](auto c, auto o, auto) { return RSMPL_GetNumInSamples(c, m, o); }});
+    cases.push_back({s, [m = m](auto c, auto o, auto) { return RSMPL_GetNumInSamples(c, m, o); }, r});
   // Ratio 0.25 grows the filter from 13 to 52: a block must exceed 39.
   for (auto [r, n, s] : {std::tuple{0.0f, 0, 4u}, {0.0f, 1, 0u}, {0.0f, 1440, 0u}, {0.0f, 1441, 4u},
                          {0.25f, 39, 4u}, {0.25f, 40, 0u}})
     cases.push_back(
-        {r, s, [n = n](auto c, auto o, auto out) { return RSMPL_Resample(c, in, out, n, o); }});
-  // A null context decides first; then pointers and values in the documented order.
-  const std::pair<uint32_t, Call> order[] = {
+        {s, [n = n, in](auto c, auto o, auto out) { return RSMPL_Resample(c, in, out, n, o); }, r});
+  cases.insert(cases.end(), {
       {1, [](auto, auto o, auto) { return RSMPL_SetResampleRatio(nullptr, o, o + 1, o + 2, 99); }},
       {1, [](auto, auto, auto) { return RSMPL_SetFracDelay(nullptr, nullptr, nullptr, -3); }},
       {1, [](auto, auto, auto) { return RSMPL_InitContext(nullptr); }},
@@ -66,26 +70,47 @@ TEST(SincCalls, EveryRuleAtItsBoundaryAndTheOrderOfTheChecks) {
       {4, [](auto c, auto, auto) { return RSMPL_GetNumInSamples(c, 1441, nullptr); }},
       {2, [](auto c, auto, auto) { return RSMPL_GetNumInSamples(c, 10, nullptr); }},
       {2, [](auto c, auto, auto) { return RSMPL_GetResampleDelay(c, nullptr); }},
-      {2, [](auto c, auto o, auto) { return RSMPL_Resample(c, in, nullptr, 0, o); }},
+      {2, [in](auto c, auto o, auto) { return RSMPL_Resample(c, in, nullptr, 0, o); }},
       {2, [](auto c, auto o, auto out) { return RSMPL_Resample(c, nullptr, out, 0, o); }},
-      {2, [](auto c, auto, auto out) { return RSMPL_Resample(c, in, out, 5, nullptr); }},
-  };
-  for (const auto &[status, call] : order) cases.push_back({0, status, call});
+      {2, [in](auto c, auto, auto out) { return RSMPL_Resample(c, in, out, 5, nullptr); }},
+  });
+  // RSMPL_Up / RSMPL_Down: every length within two multiples of the shortest
+  // and the longest block (down has none: 96000 stands for it), lengths whose
+  // output count wraps 32 bits; then context, buffers, code and length (null
+  // is a mask: 1 context, 2 in, 4 out).
+  for (const auto &k : fir_test::kernel_specs()) {
+    auto block = [&k, in](int null, uint32_t code, int32_t n) -> Call {
+      return [=, &k](auto c, auto, auto out) {
+        return fir_test::block_call(k, null & 1 ? nullptr : c, null & 2 ? nullptr : in,
+                                    null & 4 ? nullptr : out, n, code);
+      };
+    };
+    std::vector<int32_t> lengths = {0, -k.multiple, INT_MAX, k.up ? 1 << 30 : 0};
+    for (int edge : {k.min_length, k.up ? 1440 / k.L * k.M : 96000})
+      for (int n = edge - 2 * k.multiple - 1; n <= edge + 2 * k.multiple + 1; ++n)
+        lengths.push_back(n);
+    for (int32_t n : lengths)
+      cases.push_back({fir_test::allowed(k, n) ? 0u : 4u, block(0, k.code, n)});
+    for (auto [null, code, n, s] : {std::tuple{7, 9u, -1, 1u}, {2, 9u, -1, 2u}, {4, 9u, -1, 2u},
+                                    {0, 5u, -1, 3u}, {0, 5u, k.min_length, 3u},
+                                    {0, 0xFFFFFFFFu, k.min_length, 3u}})
+      cases.push_back({s, block(null, code, n)});
+  }
   for (const Case &c : cases) {
+    SCOPED_TRACE(testing::Message() << "case " << &c - cases.data());
     auto ctx = std::make_unique<RSMPL_Context>();
     ASSERT_EQ(RSMPL_InitContext(ctx.get()), RSMPL_OK);
+    std::copy(history, history + rsmpl::kSampleAreaSize, ctx->samples);
     if (c.ratio != 0)
       ASSERT_EQ(RSMPL_SetResampleRatio(ctx.get(), nullptr, nullptr, nullptr, c.ratio), RSMPL_OK);
     const RSMPL_Context before = *ctx;
     uint32_t results[3] = {7, 7, 7};
-    std::vector<int16_t> out(1448, kCanary);
-    const uint32_t status = c.call(ctx.get(), results, out.data());
-    EXPECT_EQ(status, c.status) << "case " << &c - cases.data();
-    if (status == RSMPL_OK) continue;
-    EXPECT_EQ(std::memcmp(&before, ctx.get(), sizeof before), 0) << "case " << &c - cases.data();
-    EXPECT_EQ(std::vector<uint32_t>(results, results + 3), std::vector<uint32_t>(3, 7))
-        << "case " << &c - cases.data();
-    EXPECT_EQ(std::count(out.begin(), out.end(), kCanary), 1448) << "case " << &c - cases.data();
+    std::vector<int16_t> out(96000, kCanary);
+    ASSERT_EQ(c.call(ctx.get(), results, out.data()), c.status);
+    if (c.status == RSMPL_OK) continue;
+    EXPECT_EQ(std::memcmp(&before, ctx.get(), sizeof before), 0);
+    EXPECT_EQ(std::vector<uint32_t>(results, results + 3), std::vector<uint32_t>(3, 7));
+    EXPECT_EQ(std::count(out.begin(), out.end(), kCanary), long(out.size()));
   }
 }
 
@@ -118,19 +143,13 @@ TEST(SincInterpolator, EveryCallFollowsTheModelBitForBit) {
   };
   expect_fresh();
   auto set_ratio = [&](float r) {
-    uint32_t got[3] = {0, 0, 0};
-    const bool give = pick(4) != 0;
-    ASSERT_EQ(RSMPL_SetResampleRatio(ctx.get(), give ? got : nullptr, give ? got + 1 : nullptr,
-                                     give ? got + 2 : nullptr, r), RSMPL_OK);
-    const auto want = model.set_ratio(r);
-    if (give) ASSERT_EQ((std::array<uint32_t, 3>{got[0], got[1], got[2]}), want);
+    std::array<uint32_t, 3> got = {0, 0, 0};
+    ASSERT_EQ(RSMPL_SetResampleRatio(ctx.get(), &got[0], &got[1], &got[2], r), RSMPL_OK);
+    ASSERT_EQ(got, model.set_ratio(r));
   };
   auto resample = [&](int n, fir_test::Fill fill) {
     const auto block = fir_test::make_signal(n, fill, rng);
-    const double in_force = 16777216.0 / model.step;
-    const int32_t d = model.growth();
-    const uint32_t extra = d >= 0 ? 1 : uint32_t(std::fma(float(-d), model.ratio, 0.5f)) + 1;
-    const size_t room = static_cast<size_t>(std::ceil(n * in_force)) + extra;
+    const size_t room = static_cast<size_t>(std::ceil(n * 16777216.0 / model.step)) + model.extra();
     const bool in_place = pick(2);
     std::vector<int16_t> buffer(std::max<size_t>(room, n) + 8, kCanary);
     if (in_place) std::copy(block.begin(), block.end(), buffer.begin());
@@ -150,6 +169,7 @@ TEST(SincInterpolator, EveryCallFollowsTheModelBitForBit) {
     set_ratio(0.125f), resample(1440, fill), resample(1440, fill), set_ratio(r), resample(1440, fill);
     ASSERT_FALSE(HasFatalFailure()) << "shrink to " << r;
   }
+  set_ratio(0.9f);  // grows the filter by one sample: the shortest block is 2
   for (int call = 0; call < workload(3000, 600); ++call) {
     const int action = pick(20);
     uint32_t got[2] = {0, 0};
