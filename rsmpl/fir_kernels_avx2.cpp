@@ -182,7 +182,7 @@ struct Avx2Dot {
     }
     // Lanes (frame 0 ch 0, frame 0 ch 1, frame 1 ch 0, frame 1 ch 1).
     const __m128i hi = fold(h00, h01, h10, h11), lo = fold(l00, l01, l10, l11);
-    const __m128i v = hq_step(hi, lo, shift);
+    const __m128i lanes = hq_step_lanes(hi, lo, shift), v = _mm_packs_epi32(lanes, lanes);
     if constexpr (Channels == 2) {
       const int32_t f0 = _mm_cvtsi128_si32(v), f1 = _mm_extract_epi32(v, 1);
       std::memcpy(y, &f0, sizeof f0);
@@ -222,6 +222,7 @@ struct Avx2Dot {
   }
 
  private:
+  // hq_step_lanes at twice the width, eight outputs stored.
   static void lanes_step(__m256i hi, __m256i lo, uint32_t shift, int16_t *out) {
     const __m256i s = _mm256_add_epi32(
         hi, _mm256_sra_epi32(_mm256_add_epi32(lo, _mm256_set1_epi32(1 << (shift + kHqHiShift - 1))),
@@ -241,15 +242,6 @@ struct Avx2Dot {
     const __m256i ab = _mm256_hadd_epi32(a, b), cd = _mm256_hadd_epi32(c, d);
     const __m256i abcd = _mm256_hadd_epi32(ab, cd);
     return _mm_add_epi32(_mm256_castsi256_si128(abcd), _mm256_extracti128_si256(abcd, 1));
-  }
-  // The output step on four (hi, lo) sum pairs in 32-bit lanes, packed with
-  // saturation to int16 in the low four words.
-  static __m128i hq_step(__m128i hi, __m128i lo, uint32_t shift) {
-    const __m128i s = _mm_cvtsi32_si128(static_cast<int>(shift));
-    const __m128i bias = _mm_set1_epi32(1 << (shift + kHqHiShift - 1));
-    const __m128i sum = _mm_add_epi32(hi, _mm_sra_epi32(_mm_add_epi32(lo, bias), s));
-    const __m128i v = _mm_srai_epi32(sum, kHqHiShift);
-    return _mm_packs_epi32(v, v);
   }
   static int64_t combine(int32_t hi, int32_t lo, uint32_t shift) {
     return static_cast<int64_t>(hi) * (int64_t{1} << shift) + lo;

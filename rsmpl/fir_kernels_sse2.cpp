@@ -97,10 +97,7 @@ struct Sse2Dot {
     // Lanes (frame 0 ch 0, frame 0 ch 1, frame 1 ch 0, frame 1 ch 1); the
     // totals fit 32 bits, so wrapping lanes still add up exactly.
     const __m128i hi = fold(h00, h01, h10, h11), lo = fold(l00, l01, l10, l11);
-    const __m128i sh = _mm_cvtsi32_si128(static_cast<int>(shift));
-    const __m128i bias = _mm_set1_epi32(1 << (shift + kHqHiShift - 1));
-    const __m128i sum = _mm_add_epi32(hi, _mm_sra_epi32(_mm_add_epi32(lo, bias), sh));
-    const __m128i v = _mm_srai_epi32(sum, kHqHiShift);
+    const __m128i v = hq_step_lanes(hi, lo, shift);
     const __m128i packed = _mm_packs_epi32(v, v);
     if constexpr (Channels == 2) {
       const int32_t f0 = _mm_cvtsi128_si32(packed);
@@ -136,13 +133,9 @@ struct Sse2Dot {
         }
       }
     }
-    const __m128i sh = _mm_cvtsi32_si128(static_cast<int>(shift));
-    const __m128i bias = _mm_set1_epi32(1 << (shift + kHqHiShift - 1));
     for (int k = 0; k < Channels; ++k) {
-      const __m128i y0 = _mm_srai_epi32(
-          _mm_add_epi32(acc[k][0], _mm_sra_epi32(_mm_add_epi32(acc[k][2], bias), sh)), kHqHiShift);
-      const __m128i y1 = _mm_srai_epi32(
-          _mm_add_epi32(acc[k][1], _mm_sra_epi32(_mm_add_epi32(acc[k][3], bias), sh)), kHqHiShift);
+      const __m128i y0 = hq_step_lanes(acc[k][0], acc[k][2], shift);
+      const __m128i y1 = hq_step_lanes(acc[k][1], acc[k][3], shift);
       _mm_storeu_si128(reinterpret_cast<__m128i *>(out + kHqLanes * k), _mm_packs_epi32(y0, y1));
     }
   }

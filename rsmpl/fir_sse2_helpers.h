@@ -2,7 +2,8 @@
 // instructions: widening pair sums to 64 bits, the 8- and 4-tap remainders
 // of an inner product, and summing a group's short phases side by side,
 // folding up to four outputs at once and applying the output step in
-// vector registers. Each build includes it in its own unnamed namespace.
+// vector registers, and the high-quality resampler's output step. Each build
+// includes it in its own unnamed namespace.
 #ifndef SKELDA_RSMPL_FIR_SSE2_HELPERS_H
 #define SKELDA_RSMPL_FIR_SSE2_HELPERS_H
 
@@ -13,6 +14,7 @@
 #include <utility>
 
 #include "rsmpl/fir_shape.h"
+#include "rsmpl/hq_state.h"
 
 namespace rsmpl {
 namespace {
@@ -95,6 +97,16 @@ inline void output_step4(__m128i totals, int16_t *dst) {
     if constexpr (Count % 2 == 1)
       dst[Count - 1] = static_cast<int16_t>(_mm_extract_epi16(packed, Count - 1));
   }
+}
+
+// The high-quality output step on four (hi, lo) sum pairs in 32-bit lanes,
+// as hq_state.h describes it: (hi + ((lo + 2^(F-1)) >> S)) >> 14, F = 14 + S.
+// Returns 32-bit lanes ready to pack; packing saturates to 16 bits.
+inline __m128i hq_step_lanes(__m128i hi, __m128i lo, uint32_t shift) {
+  const __m128i bias = _mm_set1_epi32(1 << (shift + kHqHiShift - 1));
+  const __m128i sum = _mm_add_epi32(
+      hi, _mm_sra_epi32(_mm_add_epi32(lo, bias), _mm_cvtsi32_si128(static_cast<int>(shift))));
+  return _mm_srai_epi32(sum, kHqHiShift);
 }
 
 template <class Shape, int Base>
