@@ -15,7 +15,8 @@
 #include <string>
 #include <vector>
 
-#include "rsmpl/fir_kernel_set.h"
+#include "rsmpl/cpu.h"
+#include "rsmpl/fir/kernels.h"
 #include "src/rate_rsmpl.h"
 
 namespace {
@@ -30,11 +31,11 @@ const KernelInfo kKernels[rsmpl::kFirKernelCount] = {
     {"Up4", 4, 1, 15, 16},   {"Down4", 1, 4, 60, 64},    {"Up6", 6, 1, 15, 16},
     {"Down6", 1, 6, 90, 96}};
 
-std::vector<const rsmpl::FirKernelSet *> Sets() {
-  std::vector<const rsmpl::FirKernelSet *> sets;
-  for (auto *s : {rsmpl::fir_kernels_scalar(), rsmpl::fir_kernels_sse2(), rsmpl::fir_kernels_avx2(),
-                  rsmpl::fir_kernels_neon()})
-    if (s) sets.push_back(s);
+// Every build this CPU runs, scalar first.
+std::vector<const rsmpl::KernelSet *> Sets() {
+  std::vector<const rsmpl::KernelSet *> sets;
+  for (int isa = 0; isa < rsmpl::kIsaCount; ++isa)
+    if (const auto *set = rsmpl::kernel_set(static_cast<rsmpl::Isa>(isa))) sets.push_back(set);
   return sets;
 }
 
@@ -48,14 +49,14 @@ std::vector<int16_t> Noise(size_t n) {
 
 // One kernel call per iteration over 1440 new input samples (the engine's
 // largest down block), or 240 for the interpolators (1440 outputs at most).
-void BM_Kernel(benchmark::State &state, const rsmpl::FirKernelSet *set, int id) {
+void BM_Kernel(benchmark::State &state, const rsmpl::KernelSet *set, int id) {
   const KernelInfo &k = kKernels[id];
   const int n = k.M == 1 ? 240 : 1440;
   const auto in = Noise(n + k.history);
   std::vector<int16_t> out(size_t(n / k.M) * k.L);
   int64_t outputs = 0;
   for (auto _ : state) {
-    set->kernel[id](in.data(), out.data(), n);
+    set->fir->kernel[id](in.data(), out.data(), n);
     benchmark::DoNotOptimize(out.data());
     benchmark::ClobberMemory();
     outputs += static_cast<int64_t>(out.size());
@@ -68,8 +69,8 @@ void BM_Kernel(benchmark::State &state, const rsmpl::FirKernelSet *set, int id) 
 // The plugin's convert_s16 on one period of 1920 input frames (down) or
 // 1920 / factor (up), as alsa-lib calls it, with the kernels of `set`.
 void BM_Plugin(benchmark::State &state, unsigned factor, bool up, unsigned channels,
-               const rsmpl::FirKernelSet *set) {
-  rsmpl::use_fir_kernels(set);
+               const rsmpl::KernelSet *set) {
+  rsmpl::use_kernels(set);
   void *obj = nullptr;
   snd_pcm_rate_ops_t ops{};
   _snd_pcm_rate_skelda_open(SND_PCM_RATE_PLUGIN_VERSION, &obj, &ops);
@@ -94,7 +95,7 @@ void BM_Plugin(benchmark::State &state, unsigned factor, bool up, unsigned chann
   state.counters["outputs/s"] = benchmark::Counter(double(outputs), benchmark::Counter::kIsRate);
   ops.free(obj);
   ops.close(obj);
-  rsmpl::use_fir_kernels(nullptr);
+  rsmpl::use_kernels(nullptr);
 }
 
 // The ceiling: independent multiply-accumulate instructions on registers,

@@ -25,7 +25,7 @@
 #include <string>
 #include <vector>
 
-#include "rsmpl/fir_kernel_set.h"
+#include "rsmpl/cpu.h"
 #include "skelda/rsmpl.h"
 #include "skelda/rsmpl_hq.h"
 #include "skelda/util.h"
@@ -311,11 +311,10 @@ std::vector<std::pair<std::string, std::function<uint64_t()>>> paths() {
   return all;
 }
 
-std::vector<const rsmpl::FirKernelSet *> runnable_sets() {
-  std::vector<const rsmpl::FirKernelSet *> sets;
-  for (auto *set : {rsmpl::fir_kernels_scalar(), rsmpl::fir_kernels_sse2(), rsmpl::fir_kernels_avx2(),
-                    rsmpl::fir_kernels_neon()})
-    if (set) sets.push_back(set);
+std::vector<const rsmpl::KernelSet *> runnable_sets() {
+  std::vector<const rsmpl::KernelSet *> sets;
+  for (int isa = 0; isa < rsmpl::kIsaCount; ++isa)
+    if (const auto *set = rsmpl::kernel_set(static_cast<rsmpl::Isa>(isa))) sets.push_back(set);
   return sets;
 }
 
@@ -350,7 +349,7 @@ int main(int argc, char **argv) {
   int differences = 0;
   const auto all = paths();
   for (const auto *set : runnable_sets()) {
-    rsmpl::use_fir_kernels(set);
+    rsmpl::use_kernels(set);
     for (const auto &[path, run] : all) {
       const std::string digest = hex(run());
       std::printf("%s %s %s\n", set->name, path.c_str(), digest.c_str());
@@ -365,7 +364,7 @@ int main(int argc, char **argv) {
       }
     }
   }
-  rsmpl::use_fir_kernels(nullptr);
+  rsmpl::use_kernels(nullptr);
   if (check) {
     if (expected.size() != all.size()) {
       std::printf("%zu paths expected, %zu run\n", expected.size(), all.size());

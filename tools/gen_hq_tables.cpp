@@ -1,5 +1,5 @@
-// Prints rsmpl/hq_tables.cpp: the high-quality resampler's prototype table
-// and its designs for small ratios. Usage: gen_hq_tables > rsmpl/hq_tables.cpp
+// Prints rsmpl/hq/tables.cpp: the high-quality resampler's prototype table
+// and its designs for small ratios. Usage: gen_hq_tables > rsmpl/hq/tables.cpp
 #include <cstdio>
 #include <vector>
 
@@ -25,7 +25,7 @@ int main() {
       "// One side of the high-quality resampler's Kaiser-windowed sinc\n"
       "// prototype (half-length %d, beta %.1f), cutoff at half the lower rate,\n"
       "// %d entries per lower-rate sample, Q30.\n"
-      "#include \"rsmpl/hq_tables.h\"\n\n"
+      "#include \"rsmpl/hq/tables.h\"\n\n"
       "namespace rsmpl {\n\n",
       hq_rule::kPrototype.half, hq_rule::kPrototype.beta, hq_rule::kOversample);
   PrintTable("kHqPrototype", hq_rule::kPrototype);

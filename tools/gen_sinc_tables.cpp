@@ -1,5 +1,5 @@
-// Prints rsmpl/sinc_tables.cpp: the sinc interpolator's coefficient, slope
-// and pre-shift tables. Usage: gen_sinc_tables > rsmpl/sinc_tables.cpp
+// Prints rsmpl/sinc/tables.cpp: the sinc interpolator's coefficient, slope
+// and pre-shift tables. Usage: gen_sinc_tables > rsmpl/sinc/tables.cpp
 #include <cstdint>
 #include <cstdio>
 

@@ -11,7 +11,8 @@ every mutant, also when the run is interrupted.
     python3 tools/mutants.py [--build DIR] [--per-file N] [--seed S]
                              [--tests 'ctest -E ...'] FILE...
 
-With no FILE, every .cpp and .h under src/, rsmpl/ and util/. Survivors are
+With no FILE, every .cpp and .h under src/, rsmpl/ and util/, subfolders
+included. Survivors are
 printed as file:line with the changed line; some may be equivalent (the
 change does not alter behaviour) and need a look before a test is written.
 """
@@ -97,8 +98,9 @@ def main():
     ap.add_argument("--tests", default=DEFAULT_TESTS)
     args = ap.parse_args()
     files = args.files or sorted(
-        os.path.join(d, f) for d in ("src", "rsmpl", "util")
-        for f in os.listdir(os.path.join(ROOT, d)) if f.endswith((".cpp", ".h")))
+        os.path.relpath(os.path.join(top, f), ROOT) for d in ("src", "rsmpl", "util")
+        for top, _, names in os.walk(os.path.join(ROOT, d))
+        for f in names if f.endswith((".cpp", ".h")))
     build = os.path.join(ROOT, args.build)
     if not os.path.exists(os.path.join(build, "CMakeCache.txt")):
         subprocess.run(["cmake", "-S", ROOT, "-B", build, "-G", "Ninja",

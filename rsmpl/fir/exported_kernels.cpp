@@ -1,36 +1,15 @@
-// The exported FIR kernels. Each forwards to the fastest build of itself that
-// this CPU runs; the choice is made once, on first use, and every build gives
-// the same samples.
-#include <atomic>
-
-#include "rsmpl/fir_kernel_set.h"
+// SPDX-License-Identifier: MIT
+// The exported FIR kernels. Each forwards to the build of itself that
+// rsmpl/cpu.cpp chose for this CPU; every build gives the same samples.
+#include "rsmpl/cpu.h"
+#include "rsmpl/fir/kernels.h"
 #include "skelda/rsmpl_fir.h"
 
-namespace rsmpl {
+namespace {
 
-static const FirKernelSet *choose_fir_kernels() {
-  if (const FirKernelSet *set = fir_kernels_neon()) return set;
-  if (const FirKernelSet *set = fir_kernels_avx2()) return set;
-  if (const FirKernelSet *set = fir_kernels_sse2()) return set;
-  return fir_kernels_scalar();
-}
+inline const rsmpl::FirKernels &fir_kernels_active() { return *rsmpl::active_kernels().fir; }
 
-// A relaxed atomic: the sets are constant data, so any thread may see either
-// pointer while the benchmark swaps them, and each gives the same samples.
-static std::atomic<const FirKernelSet *> &active_set() {
-  static std::atomic<const FirKernelSet *> active{choose_fir_kernels()};
-  return active;
-}
-
-const FirKernelSet &fir_kernels_active() { return *active_set().load(std::memory_order_relaxed); }
-
-void use_fir_kernels(const FirKernelSet *set) {
-  active_set().store(set != nullptr ? set : choose_fir_kernels(), std::memory_order_relaxed);
-}
-
-}  // namespace rsmpl
-
-using rsmpl::fir_kernels_active;
+}  // namespace
 
 extern "C" {
 

@@ -1,7 +1,8 @@
+// SPDX-License-Identifier: MIT
 // The one loop every FIR kernel runs: for each group, each phase's inner
 // product over its span, then the output step. Only the inner product differs
-// between the scalar, SSE2 and AVX2 builds; each of them includes this header
-// with its own `Dot` and compiler flags.
+// between the builds (fir/kernels_scalar.cpp, x86/fir_*.cpp, arm/fir_*.cpp);
+// each of them includes this header with its own `Dot` and compiler flags.
 //
 // Everything here sits in an unnamed namespace on purpose: the header is
 // compiled once per instruction set, and each translation unit must keep its
@@ -12,9 +13,9 @@
 #include <cstdint>
 #include <utility>
 
-#include "rsmpl/fir_kernel_set.h"
-#include "rsmpl/fir_shape.h"
-#include "rsmpl/hq_kernel.h"
+#include "rsmpl/fir/kernels.h"
+#include "rsmpl/fir/shape.h"
+#include "rsmpl/fixed.h"
 
 namespace rsmpl {
 namespace {
@@ -22,8 +23,7 @@ namespace {
 // Round half up, shift right by s, saturate to 16 bits.
 template <int Shift>
 inline int16_t output_step(int64_t sum) {
-  const int64_t v = (sum + (int64_t{1} << (Shift - 1))) >> Shift;
-  return static_cast<int16_t>(v > 32767 ? 32767 : v < -32768 ? -32768 : v);
+  return round_shift16(sum, Shift);
 }
 
 // The L outputs of one group, one inner product per phase, stored only once
@@ -61,14 +61,12 @@ void fir_kernel(const int16_t *in, int16_t *out, int32_t n) {
 }
 
 template <class Dot>
-constexpr FirKernelSet make_kernel_set(const char *name) {
-  return FirKernelSet{name,
-                      {fir_kernel<ShapeUp2, Dot>, fir_kernel<ShapeDown2, Dot>,
-                       fir_kernel<ShapeUp3, Dot>, fir_kernel<ShapeDown3, Dot>,
-                       fir_kernel<ShapeUp2To3, Dot>, fir_kernel<ShapeDown3To2, Dot>,
-                       fir_kernel<ShapeUp4, Dot>, fir_kernel<ShapeDown4, Dot>,
-                       fir_kernel<ShapeUp6, Dot>, fir_kernel<ShapeDown6, Dot>},
-                      Dot::hq_dot, hq_produce<Dot>};
+constexpr FirKernels make_fir_kernels() {
+  return FirKernels{{fir_kernel<ShapeUp2, Dot>, fir_kernel<ShapeDown2, Dot>,
+                     fir_kernel<ShapeUp3, Dot>, fir_kernel<ShapeDown3, Dot>,
+                     fir_kernel<ShapeUp2To3, Dot>, fir_kernel<ShapeDown3To2, Dot>,
+                     fir_kernel<ShapeUp4, Dot>, fir_kernel<ShapeDown4, Dot>,
+                     fir_kernel<ShapeUp6, Dot>, fir_kernel<ShapeDown6, Dot>}};
 }
 
 }  // namespace

@@ -8,7 +8,7 @@
 
 #include <cstdint>
 
-#include "rsmpl/fir_tables.h"
+#include "rsmpl/fir/tables.h"
 
 namespace rsmpl {
 

@@ -4,7 +4,7 @@
 #include <cstring>
 #include <numeric>
 
-#include "rsmpl/hq_state.h"
+#include "rsmpl/hq/state.h"
 
 namespace {
 

@@ -6,8 +6,8 @@
 #include <cstring>
 #include <numeric>
 
-#include "rsmpl/hq_state.h"
-#include "rsmpl/hq_tables.h"
+#include "rsmpl/hq/state.h"
+#include "rsmpl/hq/tables.h"
 
 namespace rsmpl {
 namespace {

@@ -1,30 +1,29 @@
+// SPDX-License-Identifier: MIT
 // The high-quality resampler's output loop, compiled once per instruction
-// set like the FIR kernels: only the inner products (`Dot::hq_dot` and
-// `Dot::hq_frames`) differ between builds, and inlining them here keeps the
-// per-output cost to the multiplies themselves.
+// set: only the inner products (`Dot::dot`, `Dot::frames` and `Dot::lanes`)
+// differ between builds (hq/kernels_scalar.cpp, x86/hq_*.cpp, arm/hq_*.cpp),
+// and inlining them here keeps the per-output cost to the multiplies
+// themselves. Everything sits in an unnamed namespace so that each build's
+// translation unit keeps its own copies.
 #ifndef SKELDA_RSMPL_HQ_KERNEL_H
 #define SKELDA_RSMPL_HQ_KERNEL_H
 
 #include <cstddef>
 #include <cstdint>
 
-#include "rsmpl/hq_state.h"
+#include "rsmpl/fixed.h"
+#include "rsmpl/hq/kernels.h"
+#include "rsmpl/hq/state.h"
 
 namespace rsmpl {
 namespace {
 
-inline int16_t hq_saturate(int64_t v) {
-  return static_cast<int16_t>(v > 32767 ? 32767 : v < -32768 ? -32768 : v);
-}
-
 // One output from its two sums, as every build computes it: (hi 2^s + lo)
 // rounded half up by 2^f and saturated.
-inline int16_t hq_output(int64_t sum, uint32_t f) {
-  return hq_saturate((sum + (int64_t{1} << (f - 1))) >> f);
-}
+inline int16_t hq_output(int64_t sum, uint32_t f) { return round_shift16(sum, f); }
 
-// Two frames' outputs for one or two channels, from hq_dot: the plain form
-// of Dot::hq_frames. x0, x1 are the first channel's windows for the frames
+// Two frames' outputs for one or two channels, from Dot::dot: the plain
+// form of Dot::frames. x0, x1 are the first channel's windows for the frames
 // (the second channel's sit `line` further on), c0, c1 their phases; frame
 // 0's outputs go to y[0..Channels), frame 1's `frame_step` further on. All
 // four are computed before any is stored.
@@ -34,8 +33,8 @@ inline void hq_frames_by_dot(const int16_t *x0, const int16_t *x1, size_t line,
                              int16_t *y, size_t frame_step) {
   int16_t v[2][Channels];
   for (int c = 0; c < Channels; ++c) {
-    v[0][c] = hq_output(Dot::hq_dot(x0 + c * line, c0, taps, s), s + kHqHiShift);
-    v[1][c] = hq_output(Dot::hq_dot(x1 + c * line, c1, taps, s), s + kHqHiShift);
+    v[0][c] = hq_output(Dot::dot(x0 + c * line, c0, taps, s), s + kHqHiShift);
+    v[1][c] = hq_output(Dot::dot(x1 + c * line, c1, taps, s), s + kHqHiShift);
   }
   for (int c = 0; c < Channels; ++c) {
     y[c] = v[0][c];
@@ -71,8 +70,8 @@ inline void hq_lanes_plain(const int16_t *const *rows, size_t next, uint32_t m, 
     }
 }
 
-// The outputs of a direct design (hq_state.h): blocks of 8 L outputs, each
-// phase's eight (n, n + L, ...) at once by Dot::hq_lanes, two channels per
+// The outputs of a direct design (hq/state.h): blocks of 8 L outputs, each
+// phase's eight (n, n + L, ...) at once by Dot::lanes, two channels per
 // call so that they share the coefficients; the last block computes whole
 // lanes and stores those that are ready and fit.
 template <class Dot>
@@ -117,9 +116,9 @@ uint32_t hq_produce_lanes(RSMPL_HqState *st, int16_t *out, uint32_t room) {
         const bool two = c + 1 < channels;
         for (uint32_t t = 0; t < m; ++t) rows[t] = st->pairs(c) + offset[t];
         if (two)
-          Dot::template hq_lanes<2>(rows, next, m, groups, c0, s, v);
+          Dot::template lanes<2>(rows, next, m, groups, c0, s, v);
         else
-          Dot::template hq_lanes<1>(rows, next, m, groups, c0, s, v);
+          Dot::template lanes<1>(rows, next, m, groups, c0, s, v);
         for (uint32_t j = 0, n = written + i; j < kHqLanes && n < written + block; ++j, n += l) {
           int16_t *y = out + static_cast<size_t>(n) * channels + c;
           y[0] = v[j];
@@ -144,7 +143,7 @@ uint32_t hq_produce_lanes(RSMPL_HqState *st, int16_t *out, uint32_t room) {
 // Writes the outputs that are ready and fit in `room`; returns how many.
 //
 // When every phase is on the grid (P = L), outputs go two frames at a time
-// through Dot::hq_frames, two channels per call, so that both channels share
+// through Dot::frames, two channels per call, so that both channels share
 // each coefficient load and four outputs share the reduction and the output
 // step. (An odd last frame is computed twice into the same place.) Outputs
 // between grid phases blend two inner products each.
@@ -193,10 +192,10 @@ uint32_t hq_produce(RSMPL_HqState *st, int16_t *out, uint32_t room) {
       const size_t frame_step = pair ? channels : 0;
       uint32_t c = 0;
       for (; c + 2 <= channels; c += 2)
-        Dot::template hq_frames<2>(x0 + c * line_cap, x1 + c * line_cap, line_cap, c0, c1, taps,
+        Dot::template frames<2>(x0 + c * line_cap, x1 + c * line_cap, line_cap, c0, c1, taps,
                                    s, y + c, frame_step);
       if (c < channels)
-        Dot::template hq_frames<1>(x0 + c * line_cap, x1 + c * line_cap, line_cap, c0, c1, taps,
+        Dot::template frames<1>(x0 + c * line_cap, x1 + c * line_cap, line_cap, c0, c1, taps,
                                    s, y + c, frame_step);
       written += pair ? 2 : 1;
     }
@@ -209,8 +208,8 @@ uint32_t hq_produce(RSMPL_HqState *st, int16_t *out, uint32_t room) {
       // without a division.
       const int64_t w = static_cast<int64_t>((at.rem * inv) >> 24);
       for (uint32_t c = 0; c < channels; ++c, x += line_cap) {
-        const int64_t y0 = Dot::hq_dot(x, c0, taps, s);
-        const int64_t y1 = at.rem == 0 ? y0 : Dot::hq_dot(x, c0 + phase_size, taps, s);
+        const int64_t y0 = Dot::dot(x, c0, taps, s);
+        const int64_t y1 = at.rem == 0 ? y0 : Dot::dot(x, c0 + phase_size, taps, s);
         y[c] = hq_output(y0 + (((y1 - y0) * w) >> 16), f);
       }
     }
@@ -220,6 +219,11 @@ uint32_t hq_produce(RSMPL_HqState *st, int16_t *out, uint32_t room) {
   st->q = at.q;
   st->rem = at.rem;
   return written;
+}
+
+template <class Dot>
+constexpr HqKernels make_hq_kernels() {
+  return HqKernels{Dot::dot, hq_produce<Dot>};
 }
 
 }  // namespace

@@ -11,7 +11,7 @@
 // floor(r P / L), by weight (r P mod L) / L. Phase P is phase 0 one sample on.
 //
 // Ratios whose terms are both at most kHqDirectMax (3/2, 1/3, ...) take the
-// design of their own grid instead (hq_tables.h): D = max(L, M), `active`
+// design of their own grid instead (hq/tables.h): D = max(L, M), `active`
 // taps centred in the window (the rest are zero, the delay stays T/2), and
 // the lane kernel computes eight outputs of one phase at once, outputs n,
 // n + L, ..., n + 7L, whose newest samples lie M apart. For that, each
@@ -34,7 +34,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "rsmpl/hq_tables.h"
+#include "rsmpl/hq/tables.h"
 #include "skelda/rsmpl_hq.h"
 
 namespace rsmpl {

@@ -1,12 +1,13 @@
 // The high-quality resampler's conversion loop: input is de-interleaved into
 // one line per channel behind the last window, every output whose newest
 // sample is in is computed from its phase's coefficients (by the fastest
-// build of hq_kernel.h), and the lines slide so that each holds the next
+// build of hq/kernel.h), and the lines slide so that each holds the next
 // window and room for a chunk.
 #include <cstring>
 
-#include "rsmpl/fir_kernel_set.h"
-#include "rsmpl/hq_state.h"
+#include "rsmpl/cpu.h"
+#include "rsmpl/hq/kernels.h"
+#include "rsmpl/hq/state.h"
 
 namespace rsmpl {
 namespace {
@@ -75,7 +76,7 @@ void hq_process(RSMPL_HqState *st, const int16_t *in, uint32_t *in_frames, int16
   const uint32_t in_total = *in_frames, room = *out_frames;
   uint32_t consumed = 0, written = 0;
   for (;;) {
-    written += fir_kernels_active().hq_produce(st, out + static_cast<size_t>(written) * channels, room - written);
+    written += active_kernels().hq->produce(st, out + static_cast<size_t>(written) * channels, room - written);
     if (consumed == in_total) break;
     slide(st);
     // Take no input whose outputs would not fit: output `room - written`

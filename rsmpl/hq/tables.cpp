@@ -2,7 +2,7 @@
 // One side of the high-quality resampler's Kaiser-windowed sinc
 // prototype (half-length 32, beta 10.0), cutoff at half the lower rate,
 // 64 entries per lower-rate sample, Q30.
-#include "rsmpl/hq_tables.h"
+#include "rsmpl/hq/tables.h"
 
 namespace rsmpl {
 

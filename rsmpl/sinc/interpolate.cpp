@@ -4,7 +4,7 @@
 #include <cstring>
 
 #include "rsmpl/context.h"
-#include "rsmpl/sinc_position.h"
+#include "rsmpl/sinc/position.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 #include <cstdint>
 
 #include "rsmpl/context.h"
-#include "rsmpl/sinc_position.h"
+#include "rsmpl/sinc/position.h"
 #include "skelda/fixed_point.h"
 
 namespace {

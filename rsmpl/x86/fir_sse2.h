@@ -1,11 +1,11 @@
+// SPDX-License-Identifier: MIT
 // What the SSE2 and AVX2 builds of the FIR kernels share, in SSE2
 // instructions: widening pair sums to 64 bits, the 8- and 4-tap remainders
 // of an inner product, and summing a group's short phases side by side,
 // folding up to four outputs at once and applying the output step in
-// vector registers, and the high-quality resampler's output step. Each build
-// includes it in its own unnamed namespace.
-#ifndef SKELDA_RSMPL_FIR_SSE2_HELPERS_H
-#define SKELDA_RSMPL_FIR_SSE2_HELPERS_H
+// vector registers. Each build includes it in its own unnamed namespace.
+#ifndef SKELDA_RSMPL_X86_FIR_SSE2_H
+#define SKELDA_RSMPL_X86_FIR_SSE2_H
 
 #include <emmintrin.h>
 
@@ -13,8 +13,7 @@
 #include <cstring>
 #include <utility>
 
-#include "rsmpl/fir_shape.h"
-#include "rsmpl/hq_state.h"
+#include "rsmpl/fir/shape.h"
 
 namespace rsmpl {
 namespace {
@@ -43,13 +42,6 @@ inline int64_t finish_dot(__m128i acc, const int16_t *x, const int16_t *w, int d
   }
   acc = _mm_add_epi64(acc, _mm_unpackhi_epi64(acc, acc));
   return _mm_cvtsi128_si64(acc);
-}
-
-// The four int32 lanes summed; exact when the total fits 32 bits.
-inline int32_t sum_lanes(__m128i v) {
-  v = _mm_add_epi32(v, _mm_shuffle_epi32(v, _MM_SHUFFLE(1, 0, 3, 2)));
-  v = _mm_add_epi32(v, _mm_shuffle_epi32(v, _MM_SHUFFLE(2, 3, 0, 1)));
-  return _mm_cvtsi128_si32(v);
 }
 
 // x + y per lane, saturated to the int32 range instead of wrapping.
@@ -97,16 +89,6 @@ inline void output_step4(__m128i totals, int16_t *dst) {
     if constexpr (Count % 2 == 1)
       dst[Count - 1] = static_cast<int16_t>(_mm_extract_epi16(packed, Count - 1));
   }
-}
-
-// The high-quality output step on four (hi, lo) sum pairs in 32-bit lanes,
-// as hq_state.h describes it: (hi + ((lo + 2^(F-1)) >> S)) >> 14, F = 14 + S.
-// Returns 32-bit lanes ready to pack; packing saturates to 16 bits.
-inline __m128i hq_step_lanes(__m128i hi, __m128i lo, uint32_t shift) {
-  const __m128i bias = _mm_set1_epi32(1 << (shift + kHqHiShift - 1));
-  const __m128i sum = _mm_add_epi32(
-      hi, _mm_sra_epi32(_mm_add_epi32(lo, bias), _mm_cvtsi32_si128(static_cast<int>(shift))));
-  return _mm_srai_epi32(sum, kHqHiShift);
 }
 
 template <class Shape, int Base>

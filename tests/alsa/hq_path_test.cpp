@@ -14,9 +14,9 @@
 #include <string>
 #include <vector>
 
-#include "frontend/converter_fixture.h"
-#include "support/alsa_pipeline.h"
-#include "support/error_capture.h"
+#include "tests/frontend/converter_fixture.h"
+#include "tests/support/alsa_pipeline.h"
+#include "tests/support/error_capture.h"
 
 namespace {
 

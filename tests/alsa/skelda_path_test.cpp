@@ -9,10 +9,10 @@
 
 #include <random>
 
-#include "support/alsa_pipeline.h"
-#include "support/error_capture.h"
-#include "support/frontend_reference.h"
-#include "support/hq_reference.h"
+#include "tests/support/alsa_pipeline.h"
+#include "tests/support/error_capture.h"
+#include "tests/support/frontend_reference.h"
+#include "tests/support/hq_reference.h"
 
 namespace {
 

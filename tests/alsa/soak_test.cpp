@@ -17,8 +17,8 @@
 #include <random>
 #include <string>
 
-#include "support/alsa_pipeline.h"
-#include "support/workload.h"
+#include "tests/support/alsa_pipeline.h"
+#include "tests/support/workload.h"
 
 namespace {
 

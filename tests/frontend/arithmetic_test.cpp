@@ -2,9 +2,9 @@
 // reference (support/frontend_reference.h), on random and boundary input.
 #include <limits>
 
-#include "frontend/converter_fixture.h"
-#include "support/error_capture.h"
-#include "support/frontend_reference.h"
+#include "tests/frontend/converter_fixture.h"
+#include "tests/support/error_capture.h"
+#include "tests/support/frontend_reference.h"
 
 namespace {
 

@@ -5,9 +5,9 @@
 // are reported once.
 #include <algorithm>
 
-#include "frontend/converter_fixture.h"
-#include "support/error_capture.h"
-#include "support/frontend_reference.h"
+#include "tests/frontend/converter_fixture.h"
+#include "tests/support/error_capture.h"
+#include "tests/support/frontend_reference.h"
 
 namespace {
 

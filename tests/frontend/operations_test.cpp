@@ -8,9 +8,9 @@
 #include <string>
 #include <tuple>
 
-#include "frontend/converter_fixture.h"
-#include "support/error_capture.h"
-#include "support/frontend_reference.h"
+#include "tests/frontend/converter_fixture.h"
+#include "tests/support/error_capture.h"
+#include "tests/support/frontend_reference.h"
 
 // test_frontend is linked with --wrap=malloc,--wrap=calloc, so the library's
 // allocations come here and can be refused one at a time.

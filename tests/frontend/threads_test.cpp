@@ -3,7 +3,7 @@
 // constant tables. Run under ThreadSanitizer by tools/run_tests.sh.
 #include <thread>
 
-#include "frontend/converter_fixture.h"
+#include "tests/frontend/converter_fixture.h"
 
 namespace {
 

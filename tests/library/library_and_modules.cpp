@@ -8,7 +8,7 @@
 #include <random>
 
 #include "skelda/rsmpl_hq.h"
-#include "support/alsa_pipeline.h"
+#include "tests/support/alsa_pipeline.h"
 
 int main() {
   std::mt19937 rng(7);

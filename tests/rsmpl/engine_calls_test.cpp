@@ -8,9 +8,9 @@
 #include <limits>
 #include <memory>
 
-#include "rsmpl/fir_reference.h"
-#include "rsmpl/sinc_model.h"
-#include "support/workload.h"
+#include "tests/rsmpl/fir/reference.h"
+#include "tests/rsmpl/sinc/model.h"
+#include "tests/support/workload.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "support/alsa_pipeline.h"
+#include "tests/support/alsa_pipeline.h"
 
 #include <alsa/asoundlib.h>
 #include <unistd.h>

@@ -11,7 +11,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "rsmpl/fir_reference.h"
+#include "tests/rsmpl/fir/reference.h"
 
 namespace ref {
 

@@ -2,7 +2,7 @@
 // output's input position and phase straight from its index with 64-bit
 // multiplies and divisions (no running sums), its inner products over the
 // state's coefficient table in int64, and the blend, rounding and
-// saturation as hq_state.h describes them. Also what the tests holding the
+// saturation as hq/state.h describes them. Also what the tests holding the
 // library to it share: states, ratios on each path, inputs.
 #ifndef SKELDA_TESTS_HQ_REFERENCE_H
 #define SKELDA_TESTS_HQ_REFERENCE_H
@@ -14,7 +14,7 @@
 #include <random>
 #include <vector>
 
-#include "rsmpl/hq_state.h"
+#include "rsmpl/hq/state.h"
 #include "skelda/rsmpl_hq.h"
 
 namespace hq_test {

@@ -9,7 +9,7 @@
 #include <limits>
 #include <utility>
 
-#include "edge_values.h"
+#include "tests/util/edge_values.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 
 #include <cmath>
 
-#include "edge_values.h"
+#include "tests/util/edge_values.h"
 #include "skelda/util_dsp.h"
 
 namespace {

@@ -7,12 +7,16 @@
 #include <algorithm>
 #include <numeric>
 
-#include "rsmpl/fir_reference.h"
-#include "support/workload.h"
+#include "rsmpl/cpu.h"
+#include "rsmpl/fir/kernels.h"
+#include "tests/rsmpl/fir/reference.h"
+#include "tests/support/kernel_sets.h"
+#include "tests/support/workload.h"
 
 namespace {
 
 using namespace fir_test;
+using test_support::runnable_sets;
 
 // Runs one kernel with its input at `in_shift` and its output at `out_shift`
 // samples into padded buffers, and checks the canaries around the outputs.
@@ -48,7 +52,7 @@ TEST(FirTables, SymmetricWithTheDocumentedSums) {
 // L need the output (L-1)(G-1) samples ahead of G groups, the 2-to-3 kernel
 // G-2. The exported kernels use the fastest build.
 TEST(FirKernels, EveryBuildMatchesTheGeneralForm) {
-  EXPECT_EQ(&rsmpl::fir_kernels_active(), runnable_sets().back());
+  EXPECT_EQ(&rsmpl::active_kernels(), runnable_sets().back());
   std::mt19937 rng(1234);
   for (const auto *set : runnable_sets()) {
     for (const auto &k : kernel_specs()) {
@@ -58,13 +62,13 @@ TEST(FirKernels, EveryBuildMatchesTheGeneralForm) {
         for (int n = -2; n <= 400; n += (n < 40 ? 1 : workload(7, 23))) {
           const auto buffer = make_signal(std::max(n, 0) + k.history, fill, rng);
           const auto want = general_form(k, buffer.data(), n);
-          ASSERT_EQ(run_kernel(set->kernel[k.id], k, buffer, n, n & 1, (n >> 1) & 1), want)
+          ASSERT_EQ(run_kernel(set->fir->kernel[k.id], k, buffer, n, n & 1, (n >> 1) & 1), want)
               << set->name << " " << k.name << " n=" << n << " fill=" << int(fill);
           const int g = std::max(n / k.M, 1);
           const int lead = std::max(k.L < k.M ? 0 : k.M == 2 ? g - 2 : (k.L - 1) * (g - 1), 0);
           std::vector<int16_t> shared(lead + buffer.size() + want.size());
           std::copy(buffer.begin(), buffer.end(), shared.begin() + lead);
-          set->kernel[k.id](shared.data() + lead, shared.data(), n);
+          set->fir->kernel[k.id](shared.data() + lead, shared.data(), n);
           ASSERT_TRUE(std::equal(want.begin(), want.end(), shared.begin())) << "in place n=" << n;
         }
       }
@@ -81,7 +85,7 @@ TEST(FirKernels, EveryBuildMatchesTheGeneralForm) {
               buffer[i] = (k.prototype[idx] > 0) == (sign > 0) ? 32767 : -32768;
           }
           const auto want = general_form(k, buffer.data(), n);
-          ASSERT_EQ(run_kernel(set->kernel[k.id], k, buffer, n, 0, 0), want)
+          ASSERT_EQ(run_kernel(set->fir->kernel[k.id], k, buffer, n, 0, 0), want)
               << set->name << " " << k.name << " r=" << r << " sign=" << sign;
         }
       }

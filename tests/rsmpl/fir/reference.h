@@ -10,8 +10,8 @@
 #include <random>
 #include <vector>
 
-#include "rsmpl/fir_kernel_set.h"
-#include "rsmpl/fir_tables.h"
+#include "rsmpl/fir/kernels.h"
+#include "rsmpl/fir/tables.h"
 #include "skelda/rsmpl_fir.h"
 
 namespace fir_test {
@@ -92,15 +92,6 @@ inline std::vector<int16_t> stage_reference(const KernelSpec &k, const std::vect
   std::vector<int16_t> buffer(k.history, 0);
   buffer.insert(buffer.end(), x.begin(), x.end());
   return general_form(k, buffer.data(), static_cast<int>(x.size()));
-}
-
-// Every kernel build this machine can run, scalar first.
-inline std::vector<const rsmpl::FirKernelSet *> runnable_sets() {
-  std::vector<const rsmpl::FirKernelSet *> sets;
-  for (auto *set : {rsmpl::fir_kernels_scalar(), rsmpl::fir_kernels_sse2(),
-                    rsmpl::fir_kernels_avx2(), rsmpl::fir_kernels_neon()})
-    if (set) sets.push_back(set);
-  return sets;
 }
 
 // kFullScale: only +32767 / -32768, the values that drive every saturation;

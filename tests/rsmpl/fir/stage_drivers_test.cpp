@@ -11,8 +11,8 @@
 #include <thread>
 
 #include "rsmpl/context.h"
-#include "rsmpl/fir_reference.h"
-#include "support/workload.h"
+#include "tests/rsmpl/fir/reference.h"
+#include "tests/support/workload.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 // Each build's high-quality output loop against the scalar build's (plain
-// int64 sums, held to the reference by hq_stream_test) on coefficients at the
-// bounds that keep every sum within 32 bits (hq_state.h: the sum of |hi|
+// int64 sums, held to the reference by hq/stream_test) on coefficients at the
+// bounds that keep every sum within 32 bits (hq/state.h: the sum of |hi|
 // times 32768 plus 2^(31 - S) below 2^31, |lo| at most 2^(S - 1)) and random
 // or full-scale samples: the two-frame kernels (P = L), the blend's inner
 // products (P < L) and the lane kernels of the small ratios' designs. Real
@@ -11,9 +11,11 @@
 #include <random>
 #include <vector>
 
-#include "rsmpl/fir_reference.h"
-#include "rsmpl/hq_kernel.h"
-#include "support/hq_reference.h"
+#include "rsmpl/cpu.h"
+#include "rsmpl/hq/kernels.h"
+#include "rsmpl/hq/state.h"
+#include "tests/support/hq_reference.h"
+#include "tests/support/kernel_sets.h"
 
 namespace {
 
@@ -80,17 +82,17 @@ TEST(HqKernels, OutputLoopsMatchTheScalarBuildAtTheBounds) {
         const uint32_t ready = static_cast<uint32_t>(rsmpl::hq_outputs_for(st.get(), 0));
         const char *at = reinterpret_cast<char *>(st.get());
         const std::vector<char> bytes(at, at + st->bytes);
-        auto run = [&](const rsmpl::FirKernelSet *set) {
+        auto run = [&](const rsmpl::HqKernels *set) {
           std::vector<char> copy(bytes);
           auto *state = reinterpret_cast<RSMPL_HqState *>(copy.data());
           std::vector<int16_t> y(size_t{ready} * ch);
-          EXPECT_EQ(set->hq_produce(state, y.data(), 7), 7u);
-          EXPECT_EQ(set->hq_produce(state, y.data() + 7 * ch, ready - 7), ready - 7);
+          EXPECT_EQ(set->produce(state, y.data(), 7), 7u);
+          EXPECT_EQ(set->produce(state, y.data() + 7 * ch, ready - 7), ready - 7);
           return y;
         };
-        const auto want = run(rsmpl::fir_kernels_scalar());
-        for (const auto *set : fir_test::runnable_sets())
-          EXPECT_EQ(run(set), want) << set->name << " " << r[0] << "->" << r[1] << " at " << r[2]
+        const auto want = run(rsmpl::kernel_set(rsmpl::kIsaScalar)->hq);
+        for (const auto *set : test_support::runnable_sets())
+          EXPECT_EQ(run(set->hq), want) << set->name << " " << r[0] << "->" << r[1] << " at " << r[2]
                                     << "/" << r[3] << ", " << ch << " ch, sign " << sign << " fill "
                                     << fill;
       }

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "support/hq_reference.h"
+#include "tests/support/hq_reference.h"
 
 namespace {
 
@@ -140,7 +140,7 @@ Call io(Where in, ptrdiff_t in_at, Where out = kBuf, ptrdiff_t out_at = 4096) {
 }
 
 // Sharing one buffer in place at every ratio kind, and empty buffers anywhere,
-// are held to the rules by hq_stream_test's and the fuzz target's streams.
+// are held to the rules by hq/stream_test's and the fuzz target's streams.
 TEST(HqStatus, Process) {
   const Start rising_at_one{47000, 48000, 2, 1, 1}, falling_above_one{46000, 45000, 2, 103, 100};
   run({

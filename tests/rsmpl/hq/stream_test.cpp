@@ -11,8 +11,8 @@
 #include <random>
 #include <vector>
 
-#include "rsmpl/fir_reference.h"
-#include "support/hq_reference.h"
+#include "tests/support/hq_reference.h"
+#include "tests/support/kernel_sets.h"
 
 namespace {
 
@@ -107,11 +107,8 @@ TEST(HqStream, EveryBuildMatchesTheReferenceOverAnySplit) {
     streams.push_back({p.in, p.out, {{p.ratio_out, p.ratio_in}}});
   std::mt19937 rng(2024);
   int run = 0;
-  struct Active {  // the build the library runs, until the end of the test
-    ~Active() { rsmpl::use_fir_kernels(nullptr); }
-  } active;
-  for (const auto *set : fir_test::runnable_sets()) {
-    rsmpl::use_fir_kernels(set);
+  for (const auto *set : test_support::runnable_sets()) {
+    const test_support::UsingKernels use(set);
     for (const auto &c : streams)
       for (uint32_t ch : {1u, 2u, 3u, 8u}) {
         auto st = hq_test::make_state(c.in, c.out, ch);

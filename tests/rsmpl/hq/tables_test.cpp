@@ -11,8 +11,8 @@
 #include <cstdlib>
 #include <vector>
 
-#include "rsmpl/hq_tables.h"
-#include "support/hq_reference.h"
+#include "rsmpl/hq/tables.h"
+#include "tests/support/hq_reference.h"
 #include "tools/hq_table_rule.h"
 
 namespace {

@@ -13,7 +13,7 @@
 
 #include "rsmpl/context.h"
 #include "skelda/rsmpl_sinc.h"
-#include "support/workload.h"
+#include "tests/support/workload.h"
 #include "tools/sinc_table_rule.h"
 
 namespace {

@@ -1,0 +1,38 @@
+// SPDX-License-Identifier: MIT
+// The kernel builds of the engine, one per instruction set, and the one place
+// that picks among them for the running CPU. Each family (fir/, hq/) keeps a
+// plain C++ reference build of its inner loops; the architecture folders
+// (x86/, arm/) override those loops per instruction set, and every build
+// gives the same samples.
+#ifndef SKELDA_RSMPL_CPU_H
+#define SKELDA_RSMPL_CPU_H
+
+namespace rsmpl {
+
+struct FirKernels;  // rsmpl/fir/kernels.h
+struct HqKernels;   // rsmpl/hq/kernels.h
+
+enum Isa { kIsaScalar, kIsaSse2, kIsaAvx2, kIsaNeon, kIsaCount };
+
+// One instruction set's build of every family's kernels.
+struct KernelSet {
+  const char *name;
+  const FirKernels *fir;
+  const HqKernels *hq;
+};
+
+// The build for `isa`, or null when this binary holds none or this CPU cannot
+// run it. kIsaScalar is always there.
+const KernelSet *kernel_set(Isa isa);
+
+// The fastest set this CPU runs, chosen on first use.
+const KernelSet &active_kernels();
+
+// Makes the engine use `set` (null: the fastest again), so that the tests and
+// benchmarks can run whole conversion paths on each build. Not for the audio
+// path: nothing in the library calls it.
+void use_kernels(const KernelSet *set);
+
+}  // namespace rsmpl
+
+#endif
