@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Time per 10 ms period of each rate converter module, called the way
 // alsa-lib's rate plugin calls it: the module is dlopen'ed, its entry opened
 // with the current protocol version, then init, adjust_pitch and reset, and

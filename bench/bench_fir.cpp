@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Throughput of the FIR path: every kernel in every build this CPU runs (the
 // scalar general form is the baseline, measured in the same run), and the
 // plugin's convert_s16 at factors 2, 3 and 6 both ways, mono and stereo, on

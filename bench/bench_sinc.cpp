@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Throughput of the sinc interpolator per ratio, against two baselines
 // measured in the same run: a plain copy of the block and a naive
 // double-precision 27-tap dot product per output. Reported counters:

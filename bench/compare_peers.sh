@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # CPU time of aplay converting the same long input through alsa-lib's rate
 # plugin with skelda and with the converters a user would pick instead:
 # speexrate (default quality), samplerate (libsamplerate's sinc_fastest) and

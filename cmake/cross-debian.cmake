@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # What the Debian cross toolchain files share. They set
 # SKELDA_TARGET_TRIPLET (the GNU triplet, also the multiarch directory) and
 # SKELDA_QEMU (the qemu-user program for the target) before including this.

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Cross build for 64-bit ARM (Debian arm64) with Debian's cross compilers
 # and multiarch libraries; test programs run under qemu-user, so plain
 # `ctest` works in the build tree. See tools/install_cross_deps.sh.

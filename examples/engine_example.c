@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* Linking the engine directly: one channel converted 48000 -> 16000 with the
  * FIR stage, then 16000 -> 44100 with the sinc interpolator.
  *

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* Converts one second of a 997 Hz stereo tone from 44100 Hz to 48000 Hz with
  * the high-quality resampler, in 441-frame blocks as an audio callback would
  * hand them over, and prints what came out.

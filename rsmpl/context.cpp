@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Resampler context: size, initialisation and reset.
 #include "rsmpl/context.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Layout of the resampler context. Callers see RSMPL_Context as opaque bytes;
 // inside the engine it is a sample area followed by the sinc state.
 #ifndef SKELDA_RSMPL_CONTEXT_H

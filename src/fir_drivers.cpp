@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // FIR block drivers: cut a period into chunks the engine accepts, convert
 // each channel of a chunk in place in the work buffer on its own context, and
 // interleave the result. The filter history lives in the contexts, so chunk

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // One alsa-lib period through the high-quality resampler, shared by the
 // skelda_hq converter and skelda's FIR streams on uneven periods.
 #ifndef SKELDA_SRC_HQ_PERIOD_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Linear interpolation converters for rate pairs the FIR path does not serve.
 // The position is unsigned Q19 and restarts at every call; the up converter
 // carries one sample per channel between calls in the work buffer.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The FIR path's way out when alsa-lib's periods do not convert exactly at
 // the factor (1024 frames at 48000 -> 16000, say): such a stream runs through
 // the high-quality resampler at exactly the periods' ratio instead, so every

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Pitch and frame arithmetic: how many frames on one side correspond to a
 // count on the other, and the pitch that maps one input period onto exactly
 // one output period.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // alsa-lib glue of the skelda_hq converter: every pair of rates from 8000 to
 // 192000 Hz and up to eight channels through the high-quality resampler, at
 // exactly the ratio of alsa-lib's period sizes so that each period converts

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // alsa-lib glue: the plugin entry, the operations table and the operations
 // that set up, restart and tear down one stream's converter.
 #include "src/rate_rsmpl.h"

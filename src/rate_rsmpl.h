@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The rate plugin's converter record and its operations. Only the entry
 // _snd_pcm_rate_skelda_open is exported; the rest is reached by alsa-lib
 // through the operations table, and by the tests directly.

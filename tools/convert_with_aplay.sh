@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Plays a WAV file through the real alsa-lib with the skelda rate converters,
 # using aplay from alsa-utils, into a `file` PCM on a `null` slave, and reports
 # what was converted.

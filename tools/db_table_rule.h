@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The rule behind the decibel table: entry k holds 10^(i / 20) for
 // i = 90 - k dB as mantissa * 2^(exponent - 30), with the exponent the
 // smallest integer E such that the factor is at most 2^E and the mantissa

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Converts fixed signals through every conversion path and prints one digest
 // (FNV-1a 64 of the output, 16-bit samples little-endian) per path, once for
 // every FIR kernel build this CPU runs:

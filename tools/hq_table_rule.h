@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The rule behind the high-quality resampler's prototype tables, in double
 // precision. The generator prints the tables from it, and a test rebuilds
 // them to prove the committed source still matches the rule.

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Installs, from Debian's packages, what the ARM cross builds need: the cross
 # compilers, qemu-user to run the target's programs, and the target's
 # libraries as multiarch packages. Arguments: the targets (arm64, armhf; both

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Installs, from Debian's packages, what building, testing and the aplay demo
 # need, when it is missing. Runs as root (or through sudo when available).
 set -euo pipefail

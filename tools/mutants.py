@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """Puts small faults into the library one at a time and reports which ones
 the test suite lets through.
 

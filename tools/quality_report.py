@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: MIT
 """Measures what a listener meets from each rate converter: every converter
 runs inside alsa-lib's `rate` plugin, driven by aplay into a `type file` PCM
 over `null`, and the 16-bit file it writes is analysed. The engine's sinc

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Measures what a listener meets from each converter, through alsa-lib with
 # aplay (THD+N, forced period sizes, passband, image/alias rejection, group
 # delay), against the peers; writes out/quality/table.md and one response

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Equiripple linear-phase lowpass design by the Remez exchange (Parks and
 // McClellan), in double precision, for the constant tables' generators.
 //

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Builds the library and runs the whole test suite:
 #  1. unit tests, end-to-end tests through the real alsa-lib (aplay included),
 #     install test, offline converter test, a short soak;

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Offline converter: reads any format libsndfile reads, converts it with the
 // same code alsa-lib runs (FIR for factors 2, 3 and 6, linear otherwise) or,
 // on request, with the high-quality resampler (any rates 8000..192000 Hz, up

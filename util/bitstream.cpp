@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Byte-group permutation and per-byte bit reversal of a stream.
 #include <cstdint>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Block FIR over 16-bit samples with caller-held history, filtered in place
 // through the caller's scratch array.
 #include <cstring>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Decibels to linear scale without floating point: the table entry of the
 // nearest whole decibel times a correction for the remaining fraction.
 #include "skelda/util_dsp.h"

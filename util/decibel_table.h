@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The decibel table: factors for whole decibels from +90 (entry 0) down to
 // -90 (entry 180), mantissas in Q30.
 #ifndef SKELDA_UTIL_DECIBEL_TABLE_H

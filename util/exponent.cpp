@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Block-floating-point helpers: normalisation shifts, mantissa-and-exponent
 // numbers and a fixed-point base-10 logarithm. Stateless, integer only.
 #include "skelda/fixed_point.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Saturation, float-to-fixed conversion and normalisation.
 #include "skelda/fixed_point.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Memory utilities. The move is the library's own: it picks its direction
 // from the addresses, aligns the destination, then copies in the widest
 // units both cursors allow, so it never issues an unaligned access and is

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // One-pole smoothing steps. The 16-bit forms work modulo 2^16, so a signed
 // or unsigned reading of their values gives the same bits.
 #include "skelda/util_dsp.h"

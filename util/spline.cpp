@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Monotone piecewise cubic Hermite interpolation (Fritsch-Carlson PCHIP):
 // derivative estimates that keep monotone data monotone and never overshoot
 // at extrema, then evaluation interval by interval. Single precision.

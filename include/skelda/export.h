@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* Symbol visibility for the skelda library.
  *
  * The library is compiled with -fvisibility=hidden; only names marked

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* Fixed-point primitives: saturation, float-to-fixed conversion and
  * normalisation. Stateless; none of them reports errors. */
 #ifndef SKELDA_FIXED_POINT_H

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* Resampler engine: caller-owned per-channel contexts, integer-ratio FIR
  * stages with kept history and an arbitrary-ratio sinc interpolator.
  *

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 #ifndef SKELDA_RSMPL_FIR_H
 #define SKELDA_RSMPL_FIR_H
 

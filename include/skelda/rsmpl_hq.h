@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* High-quality resampler: any pair of rates from 8000 to 192000 Hz, 1 to 8
  * interleaved channels of 16-bit samples, integer arithmetic throughout.
  *

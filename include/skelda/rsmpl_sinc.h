@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* Arbitrary-ratio windowed-sinc interpolator with fractional delay, for one
  * channel of 16-bit samples kept in a resampler context.
  *

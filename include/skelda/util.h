@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* DSP utility library. Every utility is a UTIL_ entry point over a UTIL body
  * of the same name; both are exported. */
 #ifndef SKELDA_UTIL_H

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* Smoothing steps, block FIR, decibel conversion, bit reordering and
  * monotone splines. Each utility is an entry point (UTIL_X) over a body
  * (UTILX, or spline_pchip_val); both are exported. Bodies trust their

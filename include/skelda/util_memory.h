@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: MIT */
 /* Copy, overlap-safe move, fill and aligned allocation. Each utility is an
  * entry point (UTIL_X) over a body (UTILX); both are exported. Byte counts
  * are unsigned 32-bit; pointers are not checked. */

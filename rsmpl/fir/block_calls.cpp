@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // RSMPL_Up and RSMPL_Down: argument checks in a fixed order, then the stage
 // driver of the ratio code. A failed check changes nothing.
 #include "rsmpl/context.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What every FIR kernel is: L outputs per M inputs from an N-tap symmetric
 // prototype applied at offset c, output shift s. From these constants the
 // per-phase tap vectors are derived at compile time, so the kernels and the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Stage drivers: one FIR kernel made into a streaming converter for one
 // channel. The kernel's history lives at the start of the context's sample
 // area; each call joins it with the new block, runs the kernel and keeps the

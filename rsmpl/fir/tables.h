@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Coefficient tables of the ten FIR kernels. Constant data: nothing computes
 // or writes them at run time, which is why the per-ratio initialisers are
 // empty. Tables hold prototype order P[0..N-1] unless noted.

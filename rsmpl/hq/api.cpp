@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The high-quality resampler's public calls: every argument is checked, in
 // the order the header gives, before anything changes.
 #include <cstdint>

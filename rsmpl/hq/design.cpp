@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Set-up of the high-quality resampler: the filter for a pair of rates, its
 // coefficients for a phase grid, and the ratio. Everything here is integer
 // arithmetic over the constant prototype tables, so every CPU derives the same

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Layout and arithmetic of the high-quality resampler's state.
 //
 // Output n of the stream reads the T input samples ending at e_n = floor(n

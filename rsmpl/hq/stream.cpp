@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The high-quality resampler's conversion loop: input is de-interleaved into
 // one line per channel behind the last window, every output whose newest
 // sample is in is computed from its phase's coefficients (by the fastest

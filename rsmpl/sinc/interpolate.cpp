@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The sinc interpolation kernel: one block of one channel at the ratio in
 // force, with the kept history in front of it in the context's sample area.
 #include <cstdint>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Output positions of the sinc interpolator. A position is a Q16 time in
 // input samples; the step is Q24 input samples per output.
 #ifndef SKELDA_RSMPL_SINC_POSITION_H

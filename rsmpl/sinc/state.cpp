@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Sinc interpolator set-up: ratio, fractional delay and the input/output
 // accounting that callers size their blocks with.
 #include <cmath>

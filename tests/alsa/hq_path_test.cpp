@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The skelda_hq converter through the real alsa-lib, and its operations
 // table called directly as alsa-lib calls it. Output n of a stream stands
 // for input position n / ratio - delay, with the periods' ratio and the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The skelda module loaded by the real alsa-lib: a rate PCM over a file PCM.
 // Whatever periods alsa-lib settles on, what comes out is exact: on the FIR
 // path the engine's one-call conversion of each channel (periods and chunks

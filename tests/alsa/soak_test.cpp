@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Long streams through alsa-lib for every path: the output length is exactly
 // what the periods promise (no drift), every frame is as smooth as the tone
 // (no discontinuity anywhere), and the process's memory stays flat.

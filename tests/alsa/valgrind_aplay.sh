@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # aplay converting through the plugins under valgrind's memcheck: skelda's
 # FIR and linear paths, with a period size that makes the FIR path chunk, and
 # skelda_hq on a period that needs interpolated phases, on one that does

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Pitch and frame arithmetic and the linear converters against the plain
 // reference (support/frontend_reference.h), on random and boundary input.
 #include <limits>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A converter record opened through the plugin entry, freed and closed the
 // way alsa-lib does at the end of a test.
 #ifndef SKELDA_TESTS_CONVERTER_FIXTURE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The FIR block drivers: any cut of a stream into periods, and of periods
 // into chunks, gives each channel exactly the engine's one-call conversion of
 // that channel, within the 1440-sample work buffer. Periods that do not

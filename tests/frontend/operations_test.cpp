@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Every operation's rules as tables: the entry by protocol version, init by
 // its parameters and allocations, the converter each rate pair gets, and the
 // other operations in every state a record can be in. A refused call changes

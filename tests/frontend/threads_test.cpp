@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Distinct streams converted on distinct threads at once give exactly what
 // they give one after another: records and contexts share nothing but
 // constant tables. Run under ThreadSanitizer by tools/run_tests.sh.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // RSMPL_Up / RSMPL_Down with arbitrary codes, lengths and buffers, in any
 // order on one context, in place or not. Each buffer is a heap block of
 // exactly what an accepted call may read or write, so AddressSanitizer sees

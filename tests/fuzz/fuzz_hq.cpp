@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The high-quality resampler's calls in arbitrary order: Init with any rates,
 // channels and sizes, SetRatio with any counts, Process with any frame
 // counts and rooms (heap buffers of exactly that size, or one buffer for

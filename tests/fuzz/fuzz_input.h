@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Reads typed values off a fuzzer's byte string; past the end it yields 0.
 #ifndef SKELDA_TESTS_FUZZ_INPUT_H
 #define SKELDA_TESTS_FUZZ_INPUT_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The operations of either converter module, skelda or skelda_hq, in
 // arbitrary order with arbitrary rates, channel counts, period sizes and
 // frame counts, as alsa-lib or a broken configuration might call them. Each

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The sinc interpolator's calls in arbitrary sequences: set ratio (any float,
 // NaN and infinities included), set delay, ask for counts, resample blocks of
 // the length asked for or of any length. Output blocks are heap buffers of

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Every UTIL_ entry point (and the fixed-point helpers) on arbitrary
 // arguments. Buffers are heap blocks of exactly the size a call may touch,
 // so AddressSanitizer sees any access beyond them; refused calls must leave

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // For the targets that drive a converter module: its reports through
 // alsa-lib's error handler are expected, so they are kept off the fuzzer's
 // output. Included by one file per target.

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Installs the build into a staging directory and plays a WAV through the
 # installed plugin and configuration snippet only, with aplay.
 #   install_and_play.sh BUILD_DIR

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Each shared object exports exactly its list: the plugin modules their map
 # files, libskelda.so.0 its map under the version node SKELDA_0, and that map
 # is exactly the set of names include/skelda/ declares.

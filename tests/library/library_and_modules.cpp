@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A program linked with the shared libskelda that also plays through both
 // converter modules (ALSA_PLUGIN_DIR names their directory): skelda_hq's
 // output is, sample for sample, what the program's own libskelda makes of

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Runs the program that links libskelda and plays through the modules, and
 # checks that the modules bound none of their own engine names to the
 # program's libskelda.

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Builds the Debian packages from a copy of the checkout, runs lintian on them,
 # installs them with apt, uses each through its installed files only (aplay
 # through the skelda and skelda_hq PCMs, the example built with pkg-config,

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Every status rule of the engine's calls, and random sinc interpolator call
 // sequences held bit for bit to its plain model.
 #include <gtest/gtest.h>

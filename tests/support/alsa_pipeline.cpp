@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tests/support/alsa_pipeline.h"
 
 #include <alsa/asoundlib.h>

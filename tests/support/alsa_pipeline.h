@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Plays interleaved S16 audio through the real alsa-lib: a `rate` PCM with a
 // chosen converter over a `file` PCM on a `null` slave, and returns what the
 // converter produced.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Captures what the library sends to alsa-lib's error hook, so tests can
 // check the reports a call makes.
 #ifndef SKELDA_TESTS_ERROR_CAPTURE_H

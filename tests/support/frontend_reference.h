@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The plugin front end's arithmetic written out plainly: rounding as exact
 // rational arithmetic, the pitch search as the interval of pitches it looks
 // for, the linear converters in closed form (where output n falls on the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The high-quality resampler's stream arithmetic written the plain way: each
 // output's input position and phase straight from its index with 64-bit
 // multiplies and divisions (no running sums), its inner products over the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // How much work the randomised and long-running tests do. SKELDA_REDUCED=1
 // (set by CI for the cross builds that run under an emulator) asks for a
 // smaller share; everywhere else the full workload runs.

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # The offline converter: good conversions have the right length and format,
 # the FIR path matches what aplay through alsa-lib produced, and every bad
 # input ends with a clear message, its own exit status and no output file.

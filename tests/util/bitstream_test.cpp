@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Bitstream reordering against a byte-at-a-time reference for every mode and
 // length, in place and out of place, and every status rule at its boundary.
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Decibel conversion at every whole decibel, every half with its neighbours
 // and random gains, against 10^(gain / 20) in long double and the table's
 // rule.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Integers for the utilities' reference checks.
 #ifndef SKELDA_TESTS_UTIL_EDGE_VALUES_H
 #define SKELDA_TESTS_UTIL_EDGE_VALUES_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The fixed-point primitives against plain references of their rules in
 // 64-bit integers and long double, on every power of two with its
 // neighbours, exact halves and random values of every magnitude.

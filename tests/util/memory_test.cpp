@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Memory utilities against the C library: the moves for every overlap,
 // direction, length and alignment, the copies and the fill with guard bytes
 // around them, and every rule of the aligned allocation at its boundary.

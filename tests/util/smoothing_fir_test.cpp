@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Smoothing steps and the block FIR against plain references of their rules
 // in long double and 64-bit integers, on random and boundary arguments; the
 // FIR over a stream cut into blocks; every status rule of UTIL_Fir3.

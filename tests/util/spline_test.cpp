@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Monotone spline against a double-precision reference of the documented
 // method on random data sets (ties, sign changes, monotone runs), with the
 // points in order and shuffled; and every status rule at its boundary.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Every build of every FIR kernel held to the general form: random,
 // saturating and exact-half input, every count from below one group to
 // several batches, odd addresses, overlapping buffers, the largest sums; and

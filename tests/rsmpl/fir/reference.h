@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The FIR kernels and their stages written the slow, obvious way, from the
 // design constants of each kernel (not from the library's derived layouts):
 // output r is the sum over the buffer samples i with k = c + M*r - L*i inside

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The stage drivers and the block calls over them against the stage
 // reference (one kernel pass over silence and the whole stream): any split,
 // in place or not, and the kept history. Each stage runs on its own thread:

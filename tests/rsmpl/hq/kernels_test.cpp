@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Each build's high-quality output loop against the scalar build's (plain
 // int64 sums, held to the reference by hq/stream_test) on coefficients at the
 // bounds that keep every sum within 32 bits (hq/state.h: the sum of |hi|

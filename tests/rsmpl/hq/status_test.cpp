@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The high-quality resampler's status rules, one table per call: each rule
 // at its boundary and one past it, the order rsmpl_hq.h gives when several
 // arguments are wrong, and no change at all from a call that fails (the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The high-quality resampler's streams against the plain integer reference
 // (support/hq_reference.h), on every kernel build, on ratios that take each
 // path, with one, two, three and eight channels (so that the two-channel and

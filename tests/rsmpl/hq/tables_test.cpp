@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The high-quality resampler's filter: the committed tables against the rule
 // that generates them, and for pairs on each path the integer coefficients
 // a state builds (against the prototype at each tap's distance, summing to

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The sinc interpolator's filter: its tables against the rule that
 // generates them, the rule against its documented figures, and what the
 // fixed-point arithmetic amounts to, the tabled low-pass (stretched below

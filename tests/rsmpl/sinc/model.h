@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The sinc interpolator as documented, written plainly: the state fields
 // with their reset values, the ratio and delay formulas, the input
 // accounting, and one block's interpolation over the kept history and the
