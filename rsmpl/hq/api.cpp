@@ -3,9 +3,9 @@
 // the order the header gives, before anything changes.
 #include <cstdint>
 #include <cstring>
-#include <numeric>
 
 #include "rsmpl/hq/state.h"
+#include "rsmpl/rational.h"
 
 namespace {
 
@@ -33,21 +33,8 @@ bool state_ok(const RSMPL_HqState *st) {
          st->pair_stride == direct.stride && (direct.d == 0 || st->phases == st->ratio_out);
 }
 
-// out/in within 1/16 of out_rate/in_rate, with both terms in lowest form
-// below 2^24.
 bool ratio_ok(const RSMPL_HqState *st, uint32_t out_frames, uint32_t in_frames) {
-  if (out_frames == 0 || in_frames == 0) return false;
-  const uint64_t g = std::gcd(uint64_t{out_frames}, uint64_t{in_frames});
-  if (out_frames / g >= rsmpl::kHqMaxTerm || in_frames / g >= rsmpl::kHqMaxTerm) return false;
-  const uint64_t given = uint64_t{out_frames} * st->in_rate;
-  const uint64_t nominal = uint64_t{in_frames} * st->out_rate;
-  const uint64_t diff = given > nominal ? given - nominal : nominal - given;
-  return diff * 16 <= nominal;
-}
-
-bool overlaps(const void *a, size_t a_bytes, const void *b, size_t b_bytes) {
-  const auto pa = reinterpret_cast<uintptr_t>(a), pb = reinterpret_cast<uintptr_t>(b);
-  return a_bytes != 0 && b_bytes != 0 && pa < pb + b_bytes && pb < pa + a_bytes;
+  return rsmpl::ratio_near_rates(out_frames, in_frames, st->out_rate, st->in_rate);
 }
 
 }  // namespace
@@ -117,8 +104,8 @@ SKELDA_API RSMPL_Status RSMPL_HqProcess(RSMPL_HqState *state, const int16_t *in,
   const size_t in_bytes = frame * *inFrames, out_bytes = frame * *outFrames;
   const bool same_start = static_cast<const void *>(in) == static_cast<const void *>(out);
   const bool shrinks = uint64_t{state->ratio_out} <= state->ratio_in;
-  if (overlaps(in, in_bytes, out, out_bytes) && !(same_start && shrinks)) return RSMPL_ERR_OVERLAP;
-  if (overlaps(in, in_bytes, state, state->bytes) || overlaps(out, out_bytes, state, state->bytes))
+  if (rsmpl::ranges_overlap(in, in_bytes, out, out_bytes) && !(same_start && shrinks)) return RSMPL_ERR_OVERLAP;
+  if (rsmpl::ranges_overlap(in, in_bytes, state, state->bytes) || rsmpl::ranges_overlap(out, out_bytes, state, state->bytes))
     return RSMPL_ERR_OVERLAP;
   rsmpl::hq_process(state, in, inFrames, out, outFrames);
   return RSMPL_OK;

@@ -9,6 +9,7 @@
 
 #include "rsmpl/hq/state.h"
 #include "rsmpl/hq/tables.h"
+#include "rsmpl/rational.h"
 
 namespace rsmpl {
 namespace {
@@ -250,19 +251,11 @@ void hq_reset(RSMPL_HqState *st) {
 }
 
 uint64_t hq_outputs_for(const RSMPL_HqState *st, uint64_t in_frames) {
-  // Output k from now is ready once sample end + floor((r + k M) / L) is in.
-  const int64_t last = static_cast<int64_t>(st->fill) + static_cast<int64_t>(in_frames) - 1;
-  const int64_t a = last - static_cast<int64_t>(st->end);
-  if (a < 0) return 0;
-  const uint64_t l = st->ratio_out, m = st->ratio_in;
-  return ((static_cast<uint64_t>(a) + 1) * l - st->r + m - 1) / m;
+  return outputs_ready({st->fill, st->end, st->r, st->ratio_out, st->ratio_in}, in_frames);
 }
 
 uint64_t hq_inputs_for(const RSMPL_HqState *st, uint64_t out_frames) {
-  if (out_frames == 0) return 0;
-  const uint64_t newest =
-      st->end + (st->r + (out_frames - 1) * st->ratio_in) / st->ratio_out;
-  return newest + 1 > st->fill ? newest + 1 - st->fill : 0;
+  return inputs_needed({st->fill, st->end, st->r, st->ratio_out, st->ratio_in}, out_frames);
 }
 
 }  // namespace rsmpl

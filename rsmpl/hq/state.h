@@ -43,7 +43,6 @@ namespace rsmpl {
 constexpr uint32_t kHqMagic = 0x48517631;      // "HQv1"
 constexpr uint32_t kHqMaxCoefficients = 65536;  // (P + 1) T at most
 constexpr uint32_t kHqChunk = 512;              // input frames per pass
-constexpr uint32_t kHqMaxTerm = 1u << 24;       // L and M stay below this
 constexpr uint32_t kHqTapAlign = 16;
 constexpr uint32_t kHqHiShift = 14;             // F - S: the peak 1.0 in hi
 constexpr uint32_t kHqLanes = 8;                // outputs per lane-kernel pass
