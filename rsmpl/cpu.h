@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 // The kernel builds of the engine, one per instruction set, and the one place
-// that picks among them for the running CPU. Each family (fir/, hq/) keeps a
-// plain C++ reference build of its inner loops; the architecture folders
-// (x86/, arm/) override those loops per instruction set, and every build
-// gives the same samples.
+// that picks among them for the running CPU. Each family (fir/, hq/, hq32/)
+// keeps a plain C++ reference build of its inner loops; the architecture
+// folders (x86/, arm/) override those loops per instruction set, and every
+// build gives the same samples.
 #ifndef SKELDA_RSMPL_CPU_H
 #define SKELDA_RSMPL_CPU_H
 
@@ -11,6 +11,7 @@ namespace rsmpl {
 
 struct FirKernels;  // rsmpl/fir/kernels.h
 struct HqKernels;   // rsmpl/hq/kernels.h
+struct Hq32Kernels; // rsmpl/hq32/kernels.h
 
 enum Isa { kIsaScalar, kIsaSse2, kIsaAvx2, kIsaNeon, kIsaCount };
 
@@ -19,6 +20,7 @@ struct KernelSet {
   const char *name;
   const FirKernels *fir;
   const HqKernels *hq;
+  const Hq32Kernels *hq32;
 };
 
 // The build for `isa`, or null when this binary holds none or this CPU cannot

@@ -120,6 +120,70 @@ SKELDA_API RSMPL_Status RSMPL_HqInputFrames(const RSMPL_HqState *state, uint32_t
 /* Describes the state's filter, ratio and delay. 1, 7, then 2 for null. */
 SKELDA_API RSMPL_Status RSMPL_HqGetInfo(const RSMPL_HqState *state, RSMPL_HqInfo *info);
 
+/* The 32-bit resampler: the same rates, channels, ratios, exact positions
+ * and calls as above, for 24-bit material. Samples are int32 (S32: full
+ * scale 2^31, 24-bit audio in the top 24 bits) or int16 (S16), chosen per
+ * call for input and output; inside, every sample is 32 bits and every
+ * coefficient 30 bits after the point, summed exactly in 64 bits. The
+ * filter is a Kaiser-windowed sinc reaching 48 lower-rate samples a side
+ * (RSMPL_HqInfo.delayFrames input frames, at most half again the 16-bit
+ * resampler's delay): passband to 0.45 of the lower rate within 0.003 dB,
+ * stopband from 0.55 about 150 dB down. S32 output is the exact result
+ * rounded once; S16 output rounds that to 16 bits, after TPDF dither of
+ * +-1 LSB when RSMPL_Hq32SetDither turned it on (a fixed-seed generator,
+ * restarted by Init and Reset, so the samples stay reproducible). */
+enum {
+  RSMPL_HQ_S16 = 0, /* int16_t samples */
+  RSMPL_HQ_S32 = 1  /* int32_t samples */
+};
+
+/* Status code of this API beside those above. */
+enum {
+  RSMPL_ERR_BAD_FORMAT = 9 /* a sample format other than RSMPL_HQ_S16, RSMPL_HQ_S32 */
+};
+
+/* Opaque; lives in caller-owned memory of RSMPL_Hq32GetStateSize bytes. */
+typedef struct RSMPL_Hq32State RSMPL_Hq32State;
+
+/* As RSMPL_HqGetStateSize. */
+SKELDA_API RSMPL_Status RSMPL_Hq32GetStateSize(uint32_t inRate, uint32_t outRate,
+                                               uint32_t channels, uint32_t *size);
+
+/* As RSMPL_HqInit; dither off. */
+SKELDA_API RSMPL_Status RSMPL_Hq32Init(RSMPL_Hq32State *state, uint32_t size, uint32_t inRate,
+                                       uint32_t outRate, uint32_t channels);
+
+/* As RSMPL_HqSetRatio. */
+SKELDA_API RSMPL_Status RSMPL_Hq32SetRatio(RSMPL_Hq32State *state, uint32_t outFrames,
+                                           uint32_t inFrames);
+
+/* TPDF dither on S16 output from now on (`dither` nonzero) or off. 1 null
+ * state, 7 state not initialised. */
+SKELDA_API RSMPL_Status RSMPL_Hq32SetDither(RSMPL_Hq32State *state, uint32_t dither);
+
+/* As RSMPL_HqReset; the dither generator restarts from its seed. */
+SKELDA_API RSMPL_Status RSMPL_Hq32Reset(RSMPL_Hq32State *state);
+
+/* As RSMPL_HqProcess, with interleaved frames of `inFormat` at `in` and of
+ * `outFormat` at `out` (RSMPL_HQ_S16 or RSMPL_HQ_S32). `in` and `out` may
+ * be the same buffer when the ratio is at most 1 and an output frame is no
+ * larger than an input frame; other overlaps give 8. 1 null state, 7 not
+ * initialised, 9 bad format, 2 null counts or null buffer with a nonzero
+ * count, 8 overlap. */
+SKELDA_API RSMPL_Status RSMPL_Hq32Process(RSMPL_Hq32State *state, const void *in,
+                                          uint32_t inFormat, uint32_t *inFrames, void *out,
+                                          uint32_t outFormat, uint32_t *outFrames);
+
+/* As RSMPL_HqOutputFrames and RSMPL_HqInputFrames. */
+SKELDA_API RSMPL_Status RSMPL_Hq32OutputFrames(const RSMPL_Hq32State *state, uint32_t inFrames,
+                                               uint32_t *outFrames);
+SKELDA_API RSMPL_Status RSMPL_Hq32InputFrames(const RSMPL_Hq32State *state, uint32_t outFrames,
+                                              uint32_t *inFrames);
+
+/* As RSMPL_HqGetInfo: `taps` is the inner-product length per output, the
+ * delay the window's centre. */
+SKELDA_API RSMPL_Status RSMPL_Hq32GetInfo(const RSMPL_Hq32State *state, RSMPL_HqInfo *info);
+
 SKELDA_EXTERN_C_END
 
 #endif

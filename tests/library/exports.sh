@@ -1,14 +1,15 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: MIT
 # Each shared object exports exactly its list: the plugin modules their map
-# files, libskelda.so.0 its map under the version node SKELDA_0, and that map
+# files, libskelda.so.0 its map under the version nodes SKELDA_0 and SKELDA_0.2
+# (the names added in 0.2.0), and that map
 # is exactly the set of names include/skelda/ declares.
 #   exports.sh SOURCE_DIR LIBSKELDA MODULE_SKELDA MODULE_SKELDA_HQ
 set -euo pipefail
 src=$1 lib=$2 skelda=$3 skelda_hq=$4
 failures=0
 fail() { echo "FAIL: $*"; failures=$((failures + 1)); }
-map_names() { sed -nE '/global:/,/local:/s/^[[:space:]]+([A-Za-z_][A-Za-z0-9_]*);$/\1/p' "$1" | LC_ALL=C sort; }
+map_names() { sed -nE '/global:/,/(local:|^})/s/^[[:space:]]+([A-Za-z_][A-Za-z0-9_]*);$/\1/p' "$1" | LC_ALL=C sort; }
 # Defined dynamic symbols, less the version nodes (absolute symbols).
 exported() { nm -D --defined-only "$1" | awk '$2 != "A" { print $3 }' | LC_ALL=C sort; }
 same() {  # what expected-list actual-list
@@ -22,7 +23,7 @@ undecorated=$(grep -n '^[A-Za-z_].*(' "$src"/include/skelda/*.h | grep -v ':[0-9
 declared=$(grep -h '^SKELDA_API ' "$src"/include/skelda/*.h | sed -E 's/[[(].*//; s/.*[ *]//' | LC_ALL=C sort)
 
 same "libskelda.map against the headers" "$declared" "$(map_names "$src/config/libskelda.map")"
-same "libskelda.so" "$declared" "$(exported "$lib" | sed 's/@@SKELDA_0$//' | LC_ALL=C sort)"
+same "libskelda.so" "$declared" "$(exported "$lib" | sed -E 's/@@SKELDA_0(\.[0-9]+)?$//' | LC_ALL=C sort)"
 readelf -d "$lib" | grep -q 'SONAME.*\[libskelda\.so\.0\]' || fail "libskelda's SONAME is not libskelda.so.0"
 
 [ "$(map_names "$src/config/skelda_module.map" | wc -l)" = 87 ] || fail "skelda_module.map is not its 87 names"

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "rsmpl/hq/tables.h"
+#include "tests/support/fft.h"
 #include "tests/support/hq_reference.h"
 #include "tools/hq_table_rule.h"
 
@@ -33,24 +34,6 @@ TEST(HqTables, MatchTheGeneratorRule) {
     ASSERT_EQ(rsmpl::hq_direct_start(d + 1) - rsmpl::hq_direct_start(d), int(side.size()));
     for (size_t i = 0; i < side.size(); ++i)
       ASSERT_NEAR(rsmpl::kHqDirect[rsmpl::hq_direct_start(d) + i], side[i], 1) << "D " << d << " entry " << i;
-  }
-}
-
-// Radix 2, n a power of two.
-void fft(std::vector<std::complex<double>> &a) {
-  const size_t n = a.size();
-  if (n == 1) return;
-  std::vector<std::complex<double>> even(n / 2), odd(n / 2);
-  for (size_t i = 0; i < n / 2; ++i) {
-    even[i] = a[2 * i];
-    odd[i] = a[2 * i + 1];
-  }
-  fft(even);
-  fft(odd);
-  for (size_t k = 0; k < n / 2; ++k) {
-    const auto t = std::polar(1.0, -2 * M_PI * double(k) / double(n)) * odd[k];
-    a[k] = even[k] + t;
-    a[k + n / 2] = even[k] - t;
   }
 }
 
@@ -110,7 +93,7 @@ TEST(HqTables, EveryPathsCoefficientsMeetTheResponse) {
       ASSERT_LT(hi_abs * 32768 + (int64_t{1} << (31 - st->lo_shift)), int64_t{1} << 31) << "phase " << q;
       ASSERT_LT(lo_abs * 32768, int64_t{1} << 31) << "phase " << q;
     }
-    fft(h);
+    test_support::fft(h);
     const double lower = std::min(c.in, c.out), bin_hz = double(p) * c.in / n;
     double ripple = 0, stop = -400;
     for (size_t b = 0; b <= n / 2; ++b) {
