@@ -2,9 +2,13 @@
 // Time per 10 ms period of each rate converter module, called the way
 // alsa-lib's rate plugin calls it: the module is dlopen'ed, its entry opened
 // with the current protocol version, then init, adjust_pitch and reset, and
-// one convert_s16 per period of stereo S16 (only that call is timed).
-// libsoxr's HQ recipe runs in-process as a second anchor beside speexrate.
-// After the run a Markdown table relates every converter to both anchors.
+// one convert_s16 (or convert on channel areas, when that is what the module
+// offers) per period of stereo S16 (only that call is timed). The 32-bit
+// rows do the same with S32 on both sides, for the modules that announce it
+// (get_supported_formats). libsoxr runs in-process as a second anchor: its
+// HQ recipe on int16 beside the 16-bit rows, its VHQ recipe on int32 beside
+// the 32-bit ones. After the run Markdown tables relate every converter to
+// speexrate's S16 path and to libsoxr.
 //
 //   build-bench/bench/bench_converters [--benchmark_filter=44100-48000]
 //
@@ -39,8 +43,10 @@ struct Pair {
 };
 const Pair kPairs[] = {{44100, 48000}, {48000, 44100}, {32000, 48000}, {22050, 48000},
                        {96000, 44100}, {48000, 16000}, {16000, 48000}};
-const char *const kModules[] = {"skelda", "skelda_hq", "speexrate", "samplerate", "lavrate"};
-const char *const kSoxr = "soxr_hq";
+const char *const kModules[] = {"skelda",         "skelda_hq",         "speexrate", "samplerate",
+                                "samplerate_medium", "samplerate_best", "lavrate"};
+const char *const kSoxr = "soxr_hq", *const kSoxr32 = "soxr_vhq";
+const char *const k32 = "/s32";  // the suffix of the 32-bit rows' names
 
 struct Module {
   std::string name;
@@ -90,22 +96,37 @@ Module LoadModule(const std::string &name) {
 
 // Pink-ish stereo noise: white noise through three one-pole low-passes of
 // spread corners, summed, so energy falls with frequency as music's does.
-std::vector<int16_t> Noise(size_t frames) {
+// In S16, or in S32 with 24 bits (the top ones) of the same noise.
+template <class Sample = int16_t>
+std::vector<Sample> Noise(size_t frames) {
   std::mt19937 rng(7);
   std::normal_distribution<double> white(0.0, 1.0);
-  std::vector<int16_t> x(frames * kChannels);
+  std::vector<Sample> x(frames * kChannels);
   double lp[kChannels][3] = {};
   const double pole[3] = {0.997, 0.96, 0.6}, gain[3] = {0.05, 0.25, 0.9};
+  const double full = sizeof(Sample) == 2 ? 32767 : 8388607, unit = sizeof(Sample) == 2 ? 1 : 256;
   for (size_t i = 0; i < x.size(); ++i) {
     double *s = lp[i % kChannels], w = white(rng), v = 0.2 * w;
     for (int k = 0; k < 3; ++k) v += s[k] = pole[k] * s[k] + gain[k] * w;
-    const double scaled = v * 3000.0;
-    x[i] = static_cast<int16_t>(scaled > 32767 ? 32767 : scaled < -32768 ? -32768 : scaled);
+    const double scaled = std::round(v * 3000.0 * full / 32767);
+    x[i] = static_cast<Sample>(unit * (scaled > full ? full : scaled < -full - 1 ? -full - 1 : scaled));
   }
   return x;
 }
 
+// S32 in and out, when the module announces both.
+bool TakesS32(const snd_pcm_rate_ops_t &ops, void *obj) {
+  uint64_t in = 0, out = 0;
+  unsigned flags = 0;
+  const uint64_t s32 = 1ull << SND_PCM_FORMAT_S32;
+  return ops.version >= 0x010003 && ops.get_supported_formats && ops.convert &&
+         ops.get_supported_formats(obj, &in, &out, &flags) == 0 && (in & s32) && (out & s32);
+}
+
+template <class Sample>
 void BM_Module(benchmark::State &state, const Module *m, Pair pair) {
+  constexpr bool wide = sizeof(Sample) == 4;
+  constexpr unsigned bits = 8 * sizeof(Sample);
   if (!m->open) return state.SkipWithError(m->error.c_str());
   void *obj = nullptr;
   snd_pcm_rate_ops_t ops{};
@@ -119,10 +140,15 @@ void BM_Module(benchmark::State &state, const Module *m, Pair pair) {
     if (ops.close) ops.close(obj);
     return state.SkipWithError(("rates " + std::to_string(lo) + "-" + std::to_string(hi) + " only").c_str());
   }
+  if (wide && !TakesS32(ops, obj)) {
+    if (ops.close) ops.close(obj);
+    return state.SkipWithError("no S32 on both sides");
+  }
+  const snd_pcm_format_t format = wide ? SND_PCM_FORMAT_S32 : SND_PCM_FORMAT_S16;
   const unsigned in_frames = pair.in / 100, out_frames = pair.out / 100;
   snd_pcm_rate_info_t info{};
-  info.in = {SND_PCM_FORMAT_S16, pair.in, 4 * snd_pcm_uframes_t(in_frames), in_frames};
-  info.out = {SND_PCM_FORMAT_S16, pair.out, 4 * snd_pcm_uframes_t(out_frames), out_frames};
+  info.in = {format, pair.in, 4 * snd_pcm_uframes_t(in_frames), in_frames};
+  info.out = {format, pair.out, 4 * snd_pcm_uframes_t(out_frames), out_frames};
   info.channels = kChannels;
   if (int err = ops.init(obj, &info); err < 0) {
     if (ops.close) ops.close(obj);
@@ -135,22 +161,23 @@ void BM_Module(benchmark::State &state, const Module *m, Pair pair) {
   }
   if (ops.reset) ops.reset(obj);
 
-  const std::vector<int16_t> in = Noise(size_t(in_frames) * kPeriods);
-  std::vector<int16_t> out(size_t(out_frames) * kChannels);
+  const std::vector<Sample> in = Noise<Sample>(size_t(in_frames) * kPeriods);
+  std::vector<Sample> out(size_t(out_frames) * kChannels);
   // A module without convert_s16 gets the same buffers as channel areas
   // (offsets and steps in bits), which is what alsa-lib hands it then.
   snd_pcm_channel_area_t src[kChannels], dst[kChannels];
   for (unsigned c = 0; c < kChannels; ++c) {
-    src[c] = {nullptr, 16 * c, 16 * kChannels};
-    dst[c] = {out.data(), 16 * c, 16 * kChannels};
+    src[c] = {nullptr, bits * c, bits * kChannels};
+    dst[c] = {out.data(), bits * c, bits * kChannels};
   }
   unsigned period = 0;
   for (auto _ : state) {
-    const int16_t *p = in.data() + size_t(period) * in_frames * kChannels;
-    if (ops.convert_s16) {
-      ops.convert_s16(obj, out.data(), out_frames, p, in_frames);
+    const Sample *p = in.data() + size_t(period) * in_frames * kChannels;
+    if (ops.convert_s16 && !wide) {
+      ops.convert_s16(obj, reinterpret_cast<int16_t *>(out.data()), out_frames,
+                      reinterpret_cast<const int16_t *>(p), in_frames);
     } else {
-      for (auto &a : src) a.addr = const_cast<int16_t *>(p);
+      for (auto &a : src) a.addr = const_cast<Sample *>(p);
       ops.convert(obj, dst, 0, out_frames, src, 0, in_frames);
     }
     benchmark::DoNotOptimize(out.data());
@@ -161,24 +188,27 @@ void BM_Module(benchmark::State &state, const Module *m, Pair pair) {
   // A converter that writes only silence is not converting: keep it out of
   // the table.
   bool silent = true;
-  for (int16_t v : out) silent = silent && v == 0;
+  for (Sample v : out) silent = silent && v == 0;
   if (silent) state.SkipWithError("the output was silence");
   if (ops.free) ops.free(obj);
   if (ops.close) ops.close(obj);
 }
 
-// libsoxr at its HQ quality, int16 interleaved both ways, one thread, one
-// soxr_process per period. Its output per call varies around the period.
+// libsoxr, one thread, one soxr_process per period, interleaved both ways:
+// its HQ recipe on int16, or its VHQ recipe on int32. Its output per call
+// varies around the period.
+template <class Sample>
 void BM_Soxr(benchmark::State &state, Pair pair) {
+  constexpr bool wide = sizeof(Sample) == 4;
   soxr_error_t error = nullptr;
-  const soxr_io_spec_t io = soxr_io_spec(SOXR_INT16_I, SOXR_INT16_I);
-  const soxr_quality_spec_t quality = soxr_quality_spec(SOXR_HQ, 0);
+  const soxr_io_spec_t io = wide ? soxr_io_spec(SOXR_INT32_I, SOXR_INT32_I) : soxr_io_spec(SOXR_INT16_I, SOXR_INT16_I);
+  const soxr_quality_spec_t quality = soxr_quality_spec(wide ? SOXR_VHQ : SOXR_HQ, 0);
   const soxr_runtime_spec_t runtime = soxr_runtime_spec(1);
   soxr_t soxr = soxr_create(pair.in, pair.out, kChannels, &error, &io, &quality, &runtime);
   if (error) return state.SkipWithError(error);
   const unsigned in_frames = pair.in / 100, out_room = 2 * (pair.out / 100) + 64;
-  const std::vector<int16_t> in = Noise(size_t(in_frames) * kPeriods);
-  std::vector<int16_t> out(size_t(out_room) * kChannels);
+  const std::vector<Sample> in = Noise<Sample>(size_t(in_frames) * kPeriods);
+  std::vector<Sample> out(size_t(out_room) * kChannels);
   unsigned period = 0;
   int64_t outputs = 0, inputs = 0;
   for (auto _ : state) {
@@ -226,10 +256,28 @@ class TableReporter : public benchmark::ConsoleReporter {
                   Num(sp, "%.0f").c_str(), Num(sx, "%.0f").c_str(), Num(hq / sp, "%.2f").c_str(),
                   Num(hq / sx, "%.2f").c_str());
     }
+    std::printf("\nThe 32-bit paths, S32 in and out, CPU ns per output frame, and as a multiple of "
+                "speexrate's S16 path and of soxr VHQ (int32) in this run.\n\n"
+                "| pair | skelda_hq S32 | speexrate S16 | soxr VHQ | samplerate_medium S32 | "
+                "samplerate_best S32 | skelda_hq/speexrate | skelda_hq/soxr VHQ |\n"
+                "|---|---|---|---|---|---|---|---|\n");
+    for (const Pair &p : kPairs) {
+      const double f = p.out / 100.0;
+      const double hq = Ns(p, std::string("skelda_hq") + k32) / f, sp = Ns(p, "speexrate") / f,
+                   sx = Ns(p, kSoxr32) / f;
+      if (std::isnan(hq) && std::isnan(sx)) continue;
+      std::printf("| %u -> %u | %s | %s | %s | %s | %s | %s | %s |\n", p.in, p.out, Num(hq, "%.1f").c_str(),
+                  Num(sp, "%.1f").c_str(), Num(sx, "%.1f").c_str(),
+                  Num(Ns(p, std::string("samplerate_medium") + k32) / f, "%.1f").c_str(),
+                  Num(Ns(p, std::string("samplerate_best") + k32) / f, "%.1f").c_str(), Num(hq / sp, "%.2f").c_str(),
+                  Num(hq / sx, "%.2f").c_str());
+    }
     std::printf("\n| pair | converter | ns/period | / speexrate | / soxr HQ |\n|---|---|---|---|---|\n");
     for (const Pair &p : kPairs) {
       std::vector<std::string> names(std::begin(kModules), std::end(kModules));
       names.push_back(kSoxr);
+      for (const char *n : kModules) names.push_back(std::string(n) + k32);
+      names.push_back(kSoxr32);
       for (const std::string &n : names) {
         const double t = Ns(p, n);
         if (std::isnan(t)) continue;
@@ -266,9 +314,12 @@ int main(int argc, char **argv) {
   // Per pair, every converter in turn, so a pair's figures come from
   // neighbouring moments of this shared machine.
   for (const Pair &p : kPairs) {
-    for (const Module &m : modules)
-      benchmark::RegisterBenchmark(("Convert/" + p.Name() + "/" + m.name).c_str(), BM_Module, &m, p);
-    benchmark::RegisterBenchmark(("Convert/" + p.Name() + "/" + kSoxr).c_str(), BM_Soxr, p);
+    for (const Module &m : modules) {
+      benchmark::RegisterBenchmark(("Convert/" + p.Name() + "/" + m.name).c_str(), BM_Module<int16_t>, &m, p);
+      benchmark::RegisterBenchmark(("Convert/" + p.Name() + "/" + m.name + k32).c_str(), BM_Module<int32_t>, &m, p);
+    }
+    benchmark::RegisterBenchmark(("Convert/" + p.Name() + "/" + kSoxr).c_str(), BM_Soxr<int16_t>, p);
+    benchmark::RegisterBenchmark(("Convert/" + p.Name() + "/" + kSoxr32).c_str(), BM_Soxr<int32_t>, p);
   }
   benchmark::Initialize(&argc, argv);
   TableReporter reporter;

@@ -7,6 +7,8 @@
 //     as alsa-lib drives them (open, init, adjust_pitch, convert_s16);
 //   - the sinc interpolator at ratios that floats hold exactly;
 //   - the high-quality resampler at several rate pairs and channel counts;
+//   - the 32-bit resampler likewise, in S32 and S16 with and without
+//     dither, and the skelda_hq module on S32 channel areas;
 //   - a few of the utilities.
 // Every build on every CPU must give the same digests.
 //
@@ -202,6 +204,83 @@ uint64_t hq_digest(const HqPath &p) {
   return d.value();
 }
 
+struct Hq32Path {
+  unsigned in_rate, out_rate, channels, in_format, out_format, dither, ratio_out = 0, ratio_in = 0;
+};
+
+// The 32-bit resampler on the test signal, S16 input as it is, S32 input
+// spread to 32 bits (the signal times 65536 plus a 16-bit LCG word).
+uint64_t hq32_digest(const Hq32Path &p) {
+  uint32_t bytes = 0;
+  if (RSMPL_Hq32GetStateSize(p.in_rate, p.out_rate, p.channels, &bytes) != RSMPL_OK)
+    fail("RSMPL_Hq32GetStateSize");
+  std::vector<uint64_t> block(bytes / 8 + 1);
+  auto *st = reinterpret_cast<RSMPL_Hq32State *>(block.data());
+  if (RSMPL_Hq32Init(st, bytes, p.in_rate, p.out_rate, p.channels) != RSMPL_OK ||
+      RSMPL_Hq32SetDither(st, p.dither) != RSMPL_OK ||
+      (p.ratio_out != 0 && RSMPL_Hq32SetRatio(st, p.ratio_out, p.ratio_in) != RSMPL_OK))
+    fail("RSMPL_Hq32Init");
+  const size_t frames = p.in_rate / 8;
+  const auto in16 = make_signal(frames, p.channels, p.in_rate + p.out_rate + 32);
+  std::vector<int32_t> in32(in16.size());
+  uint32_t lcg = 1;
+  for (size_t i = 0; i < in16.size(); ++i) {
+    lcg = lcg * 1664525u + 1013904223u;
+    in32[i] = static_cast<int32_t>(static_cast<uint32_t>(in16[i]) << 16 | lcg >> 16);
+  }
+  const std::vector<uint32_t> sizes = {1, 480, 4096, 17, 1000, 333};
+  const size_t in_bytes = p.in_format == RSMPL_HQ_S32 ? 4 : 2, out_bytes = p.out_format == RSMPL_HQ_S32 ? 4 : 2;
+  const auto *src = p.in_format == RSMPL_HQ_S32 ? static_cast<const void *>(in32.data()) : in16.data();
+  Digest d;
+  size_t at = 0;
+  for (size_t call = 0; at < frames; ++call) {
+    uint32_t n = sizes[call % sizes.size()];
+    if (n > frames - at) n = static_cast<uint32_t>(frames - at);
+    uint32_t room = 0;
+    if (RSMPL_Hq32OutputFrames(st, n, &room) != RSMPL_OK) fail("RSMPL_Hq32OutputFrames");
+    std::vector<uint8_t> out((size_t(room) + 1) * p.channels * out_bytes);
+    uint32_t consumed = n, written = room;
+    if (RSMPL_Hq32Process(st, static_cast<const char *>(src) + at * p.channels * in_bytes, p.in_format, &consumed,
+                          out.data(), p.out_format, &written) != RSMPL_OK ||
+        consumed != n || written != room)
+      fail("RSMPL_Hq32Process");
+    for (size_t i = 0; i < size_t(written) * p.channels * out_bytes; ++i) d.byte(out[i]);
+    at += n;
+  }
+  return d.value();
+}
+
+extern "C" int _snd_pcm_rate_skelda_hq_open(unsigned int version, void **objp, snd_pcm_rate_ops_t *ops);
+
+// The skelda_hq module on interleaved S32 areas, as alsa-lib drives it.
+uint64_t hq_module_digest() {
+  void *obj = nullptr;
+  snd_pcm_rate_ops_t ops{};
+  if (_snd_pcm_rate_skelda_hq_open(SND_PCM_RATE_PLUGIN_VERSION, &obj, &ops) != 0) fail("skelda_hq open");
+  snd_pcm_rate_info_t info{};
+  info.in = {SND_PCM_FORMAT_S32, 44100, 0, 1024};
+  info.out = {SND_PCM_FORMAT_S32, 48000, 0, 1114};
+  info.channels = 2;
+  if (ops.init(obj, &info) != 0 || ops.adjust_pitch(obj, &info) != 0) fail("skelda_hq init");
+  ops.reset(obj);
+  const auto in16 = make_signal(1024 * 20, 2, 99);
+  std::vector<int32_t> in(in16.size()), out(2 * 1114);
+  for (size_t i = 0; i < in.size(); ++i) in[i] = int32_t(uint32_t(in16[i]) << 16 | uint32_t(i * 40503u) >> 16);
+  snd_pcm_channel_area_t src[2], dst[2];
+  Digest d;
+  for (size_t k = 0; k < 20; ++k) {
+    for (unsigned c = 0; c < 2; ++c) {
+      src[c] = {in.data() + k * 2048, 32 * c, 64};
+      dst[c] = {out.data(), 32 * c, 64};
+    }
+    ops.convert(obj, dst, 0, 1114, src, 0, 1024);
+    for (int32_t v : out) d.u32(static_cast<uint32_t>(v));
+  }
+  ops.free(obj);
+  ops.close(obj);
+  return d.value();
+}
+
 uint64_t util_fir3_digest() {
   const int16_t coefs[16] = {-310, 512, 1200, -2400, -3000, 4200, 9800, 14500,
                              14500, 9800, 4200, -3000, -2400, 1200, 512, -310};
@@ -304,6 +383,20 @@ std::vector<std::pair<std::string, std::function<uint64_t()>>> paths() {
     all.emplace_back("hq_" + std::to_string(p.in_rate) + "_" + std::to_string(p.out_rate) + "_" +
                          std::to_string(p.channels) + "ch",
                      [p] { return hq_digest(p); });
+  const unsigned s16 = RSMPL_HQ_S16, s32 = RSMPL_HQ_S32;
+  const Hq32Path hq32[] = {{44100, 48000, 2, s32, s32, 0},  {48000, 44100, 2, s32, s32, 0},
+                           {96000, 44100, 1, s32, s32, 0},  {8000, 192000, 1, s16, s32, 0},
+                           {192000, 8000, 1, s32, s16, 1},  {32000, 48000, 3, s16, s16, 1},
+                           {48000, 16000, 8, s32, s16, 0},  {44100, 48000, 2, s32, s32, 0, 2731, 2509},
+                           {44100, 44100, 5, s32, s32, 0}};
+  for (const Hq32Path &p : hq32) {
+    std::string name = "hq32_" + std::to_string(p.in_rate) + "_" + std::to_string(p.out_rate) + "_" +
+                       std::to_string(p.channels) + "ch_" + (p.in_format == s32 ? "s32" : "s16") + "_" +
+                       (p.out_format == s32 ? "s32" : "s16") + (p.dither ? "_dither" : "");
+    if (p.ratio_out != 0) name += "_at_" + std::to_string(p.ratio_out) + "_" + std::to_string(p.ratio_in);
+    all.emplace_back(name, [p] { return hq32_digest(p); });
+  }
+  all.emplace_back("hq32_module_s32", hq_module_digest);
   all.emplace_back("util_fir3", util_fir3_digest);
   all.emplace_back("util_decibel", util_decibel_digest);
   all.emplace_back("util_smooth", util_smooth_digest);

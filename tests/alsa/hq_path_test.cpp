@@ -17,6 +17,7 @@
 
 #include "tests/frontend/converter_fixture.h"
 #include "tests/support/alsa_pipeline.h"
+#include "tests/support/channel_areas.h"
 #include "tests/support/error_capture.h"
 
 namespace {
@@ -144,6 +145,7 @@ extern "C" int _snd_pcm_rate_skelda_hq_open(unsigned, void **, snd_pcm_rate_ops_
 struct Converter {
   void *obj = nullptr;
   snd_pcm_rate_ops_t ops{};
+  unsigned channels = 1;  // of the last start
   explicit Converter(int (*open)(unsigned, void **, snd_pcm_rate_ops_t *) = _snd_pcm_rate_skelda_hq_open) {
     EXPECT_EQ(open(SND_PCM_RATE_PLUGIN_VERSION, &obj, &ops), 0);
   }
@@ -152,6 +154,7 @@ struct Converter {
     ops.close(obj);
   }
   int start(snd_pcm_rate_info_t i) {  // alsa-lib's order in hw_params and prepare
+    channels = i.channels;
     int rc = ops.init(obj, &i);
     if (rc == 0) rc = ops.adjust_pitch(obj, &i);
     if (rc == 0) ops.reset(obj);
@@ -167,9 +170,14 @@ struct Converter {
     snd_output_close(out);
     return s;
   }
+  // Interleaved S16 frames: as channel areas when the module takes them
+  // (the formats protocol), else through convert_s16.
   void convert(std::vector<int16_t> &dst, unsigned dst_frames, const std::vector<int16_t> &src, unsigned src_frames,
                size_t at = 0) {
-    ops.convert_s16(obj, dst.data() + at, dst_frames, src.data(), src_frames);
+    if (ops.convert_s16 != nullptr) return ops.convert_s16(obj, dst.data() + at, dst_frames, src.data(), src_frames);
+    const auto d = test_support::interleaved_areas(dst.data() + at, channels, 16);
+    const auto s = test_support::interleaved_areas(src.data(), channels, 16);
+    ops.convert(obj, d.data(), 0, dst_frames, s.data(), 0, src_frames);
   }
 };
 

@@ -37,17 +37,21 @@ TEST(AlsaSoak, LongStreamsKeepLengthSmoothnessAndMemory) {
   const unsigned seconds = seconds_env ? std::atoi(seconds_env) : workload(120u, 10u);
   const unsigned seed = seed_env ? std::atoi(seed_env) : std::random_device{}();
   std::mt19937 rng(seed);
-  // skelda_hq also on periods that convert exactly (its small ratios' design).
+  // skelda_hq also on periods that convert exactly (its small ratios' design),
+  // and in S32 (its 32-bit resampler).
+  const snd_pcm_format_t s16 = SND_PCM_FORMAT_S16_LE, s32 = SND_PCM_FORMAT_S32_LE;
   const struct {
     unsigned in_rate, out_rate;
     const char *converter;
     bool whole;
-  } paths[] = {{44100, 48000, "skelda", true},     {48000, 44100, "skelda", true},
-               {16000, 48000, "skelda", true},     {48000, 16000, "skelda", true},
-               {24000, 48000, "skelda", true},     {48000, 24000, "skelda", true},
-               {8000, 48000, "skelda", true},      {48000, 8000, "skelda", true},
-               {44100, 48000, "skelda_hq", false}, {96000, 44100, "skelda_hq", false},
-               {48000, 16000, "skelda_hq", true},  {32000, 48000, "skelda_hq", true}};
+    snd_pcm_format_t format = SND_PCM_FORMAT_S16_LE;
+  } paths[] = {{44100, 48000, "skelda", true},          {48000, 44100, "skelda", true},
+               {16000, 48000, "skelda", true},          {48000, 16000, "skelda", true},
+               {24000, 48000, "skelda", true},          {48000, 24000, "skelda", true},
+               {8000, 48000, "skelda", true},           {48000, 8000, "skelda", true},
+               {44100, 48000, "skelda_hq", false, s16}, {96000, 44100, "skelda_hq", false, s16},
+               {48000, 16000, "skelda_hq", true, s16},  {32000, 48000, "skelda_hq", true, s16},
+               {44100, 48000, "skelda_hq", false, s32}, {48000, 16000, "skelda_hq", true, s32}};
   const double tones[2] = {100.0, 170.0}, amplitude = 12000;
   const std::string path = "/tmp/skelda-soak-" + std::to_string(getpid());
   for (const auto &p : paths) {
@@ -62,15 +66,21 @@ TEST(AlsaSoak, LongStreamsKeepLengthSmoothnessAndMemory) {
     const uint64_t fade = p.in_rate / 2;  // the end fades out, so drain's silence joins smoothly
     uint64_t at = 0;
     long rss_early = -1, rss_late = -1;
-    const PipelineRequest r{p.in_rate, p.out_rate, 2, period, false, p.converter};
-    const PipelineResult result = stream_through_alsa(r, path, [&](int16_t *frames, size_t wanted) {
+    PipelineRequest r{p.in_rate, p.out_rate, 2, period, false, p.converter};
+    r.format = r.slave_format = p.format;
+    const bool wide = p.format == s32;
+    const PipelineResult result = stream_through_alsa(r, path, [&](void *frames, size_t wanted) {
       if (rss_early < 0 && at > in_frames / 10) rss_early = resident_kib();
       size_t n = 0;
       for (; n < wanted && at < in_frames; ++n, ++at) {
         const double gain = at + fade > in_frames ? double(in_frames - at) / fade : 1.0;
-        for (int c = 0; c < 2; ++c)
-          frames[2 * n + c] = int16_t(std::lround(
-              gain * amplitude * std::sin(2 * M_PI * tones[c] * double(at) / p.in_rate)));
+        for (int c = 0; c < 2; ++c) {
+          const double v = gain * amplitude * std::sin(2 * M_PI * tones[c] * double(at) / p.in_rate);
+          if (wide)
+            static_cast<int32_t *>(frames)[2 * n + c] = int32_t(std::lround(65536 * v));
+          else
+            static_cast<int16_t *>(frames)[2 * n + c] = int16_t(std::lround(v));
+        }
       }
       if (n == 0) rss_late = resident_kib();
       return n;
@@ -81,14 +91,16 @@ TEST(AlsaSoak, LongStreamsKeepLengthSmoothnessAndMemory) {
     FILE *out = std::fopen(path.c_str(), "rb");
     ASSERT_NE(out, nullptr);
     uint64_t frames = 0;
-    int16_t x[2];
+    int32_t x[2];  // S32 frames, or two S16 frames read as such
     double history[2][2] = {}, largest[2] = {};
-    for (; std::fread(x, sizeof x, 1, out) == 1; ++frames)
+    int16_t s[2];
+    for (; wide ? std::fread(x, sizeof x, 1, out) == 1 : std::fread(s, sizeof s, 1, out) == 1; ++frames)
       for (int c = 0; c < 2; ++c) {
+        const double v = wide ? x[c] / 65536.0 : s[c];
         if (frames >= 256)
-          largest[c] = std::max(largest[c], std::fabs(x[c] - 2 * history[c][1] + history[c][0]));
+          largest[c] = std::max(largest[c], std::fabs(v - 2 * history[c][1] + history[c][0]));
         history[c][0] = history[c][1];
-        history[c][1] = x[c];
+        history[c][1] = v;
       }
     std::fclose(out);
     std::remove(path.c_str());
@@ -103,8 +115,8 @@ TEST(AlsaSoak, LongStreamsKeepLengthSmoothnessAndMemory) {
       EXPECT_LT(largest[c], 1.1 * 1.03 * amplitude * w * w + 24) << "channel " << c;
     }
     EXPECT_LT(rss_late - rss_early, 2048) << "resident memory grew (KiB)";
-    std::printf("soak %s %u -> %u, period %lu -> %lu: %llu frames out, largest second difference"
-                " %.0f / %.0f, resident memory %+ld KiB\n", p.converter, p.in_rate, p.out_rate,
+    std::printf("soak %s %s %u -> %u, period %lu -> %lu: %llu frames out, largest second difference"
+                " %.0f / %.0f, resident memory %+ld KiB\n", p.converter, snd_pcm_format_name(p.format), p.in_rate, p.out_rate,
                 result.client_period, result.slave_period, (unsigned long long)frames, largest[0],
                 largest[1], rss_late - rss_early);
   }

@@ -1,13 +1,17 @@
 // SPDX-License-Identifier: MIT
 // The operations of either converter module, skelda or skelda_hq, in
-// arbitrary order with arbitrary rates, channel counts, period sizes and
-// frame counts, as alsa-lib or a broken configuration might call them. Each
-// call's buffers are sized exactly to the frames it is given in the channel
-// count the converter holds, so any access beyond them is caught by
-// AddressSanitizer.
+// arbitrary order with arbitrary rates, channel counts, formats, period
+// sizes and frame counts, as alsa-lib or a broken configuration might call
+// them: skelda_hq opened with either protocol, or through its
+// configuration entry with any options. Each call's buffers (interleaved,
+// or a buffer per channel) are sized exactly to the frames it is given in
+// the channel count and formats the converter holds, so any access beyond
+// them is caught by AddressSanitizer.
 #include <cstdio>
 #include <string>
 #include <vector>
+
+#include "tests/support/channel_areas.h"
 
 #include "src/rate_rsmpl.h"
 #include "tests/fuzz/fuzz_input.h"
@@ -15,6 +19,8 @@
 
 extern "C" int _snd_pcm_rate_skelda_hq_open(unsigned int version, void **objp,
                                             snd_pcm_rate_ops_t *ops);
+extern "C" int _snd_pcm_rate_skelda_hq_open_conf(unsigned int version, void **objp,
+                                                 snd_pcm_rate_ops_t *ops, const snd_config_t *conf);
 
 namespace {
 
@@ -44,16 +50,47 @@ unsigned dumped_channels(const snd_pcm_rate_ops_t &ops, void *obj) {
                      &out_rate, &channels) == 3 ? channels : 0;
 }
 
+const snd_pcm_format_t kFormats[] = {SND_PCM_FORMAT_S16_LE, SND_PCM_FORMAT_S32_LE, SND_PCM_FORMAT_S24_LE,
+                                     SND_PCM_FORMAT_FLOAT_LE, SND_PCM_FORMAT_U8, SND_PCM_FORMAT_UNKNOWN};
+snd_pcm_format_t format(FuzzInput &in) { return kFormats[in.below(std::size(kFormats))]; }
+
+// skelda_hq through its configuration entry: no compound, or one of option
+// lines picked from known and unknown names with good and bad values.
+int open_conf(FuzzInput &in, void **obj, snd_pcm_rate_ops_t *ops) {
+  static const char *const kLines[] = {"dither yes", "dither no", "dither 1", "dither maybe", "dither 7",
+                                       "dither \"on\"", "quality 3", "dither { a 1 }", "name \"x\""};
+  if (in.below(4) == 0) return _snd_pcm_rate_skelda_hq_open_conf(SND_PCM_RATE_PLUGIN_VERSION, obj, ops, nullptr);
+  std::string text = "c { name \"skelda_hq\"";
+  for (unsigned n = in.below(3); n > 0; --n) text += std::string(" ") + kLines[in.below(std::size(kLines))];
+  text += " }";
+  snd_config_t *top = nullptr, *conf = nullptr;
+  snd_input_t *input = nullptr;
+  int err = -EINVAL;
+  if (snd_config_top(&top) == 0 && snd_input_buffer_open(&input, text.c_str(), ssize_t(text.size())) == 0 &&
+      snd_config_load(top, input) == 0 && snd_config_search(top, "c", &conf) == 0)
+    err = _snd_pcm_rate_skelda_hq_open_conf(SND_PCM_RATE_PLUGIN_VERSION, obj, ops, conf);
+  if (input != nullptr) snd_input_close(input);
+  if (top != nullptr) snd_config_delete(top);
+  return err;
+}
+
+unsigned bits(snd_pcm_format_t f) { return f == SND_PCM_FORMAT_S32_LE ? 32 : 16; }
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   FuzzInput in(data, size);
-  const bool hq = in.take<uint8_t>() & 1;
+  const uint8_t pick = in.take<uint8_t>() % 4;  // skelda, skelda_hq, its conf entry, its old protocol
+  const bool hq = pick != 0;
   void *obj = nullptr;
   snd_pcm_rate_ops_t ops{};
-  if ((hq ? _snd_pcm_rate_skelda_hq_open : _snd_pcm_rate_skelda_open)(SND_PCM_RATE_PLUGIN_VERSION,
-                                                                       &obj, &ops) != 0)
-    return 0;
+  const int opened = pick == 0   ? _snd_pcm_rate_skelda_open(SND_PCM_RATE_PLUGIN_VERSION, &obj, &ops)
+                     : pick == 1 ? _snd_pcm_rate_skelda_hq_open(SND_PCM_RATE_PLUGIN_VERSION, &obj, &ops)
+                     : pick == 2 ? open_conf(in, &obj, &ops)
+                                 : _snd_pcm_rate_skelda_hq_open(0x010002, &obj, &ops);
+  if (opened != 0) return 0;
+  // The formats of the last set-up that took, which convert's areas carry.
+  snd_pcm_format_t in_format = SND_PCM_FORMAT_S16_LE, out_format = SND_PCM_FORMAT_S16_LE;
   auto channels = [&] {
     return hq ? dumped_channels(ops, obj) : static_cast<rsmpl_converter *>(obj)->channels;
   };
@@ -66,7 +103,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         info.channels = in.below(10);
         info.in.period_size = in.below(2) ? 0 : period(in);
         info.out.period_size = in.below(2) ? 0 : period(in);
-        ops.init(obj, &info);
+        info.in.format = format(in);
+        info.out.format = format(in);
+        if (ops.init(obj, &info) == 0 && ops.convert != nullptr) {
+          in_format = info.in.format;
+          out_format = info.out.format;
+        }
         break;
       case 1:
         info.in.period_size = period(in);
@@ -82,11 +124,24 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         const unsigned dst_frames =
             in.below(3) == 0 ? in.below(48000)
                              : static_cast<unsigned>(ops.output_frames(obj, src_frames) % 48000);
-        const size_t room = channels();
-        std::vector<int16_t> src(src_frames * room), dst(dst_frames * room);
+        const unsigned room = channels();
         const uint16_t seed = in.take<uint16_t>();
-        for (size_t i = 0; i < src.size(); ++i) src[i] = static_cast<int16_t>(seed * (i + 1));
-        ops.convert_s16(obj, dst.data(), dst_frames, src.data(), src_frames);
+        if (ops.convert == nullptr) {
+          std::vector<int16_t> src(src_frames * room), dst(dst_frames * room);
+          for (size_t i = 0; i < src.size(); ++i) src[i] = static_cast<int16_t>(seed * (i + 1));
+          ops.convert_s16(obj, dst.data(), dst_frames, src.data(), src_frames);
+          break;
+        }
+        // Areas interleaved or a buffer per channel, at an offset.
+        const unsigned layout = in.below(4), offset = in.below(3);
+        const size_t in_span = src_frames + offset, out_span = dst_frames + offset;
+        std::vector<uint8_t> src(in_span * room * bits(in_format) / 8), dst(out_span * room * bits(out_format) / 8);
+        for (size_t i = 0; i < src.size(); ++i) src[i] = static_cast<uint8_t>(seed * (i + 1) >> 3);
+        const auto s = layout & 1 ? test_support::planar_areas(src.data(), room, bits(in_format), in_span)
+                                  : test_support::interleaved_areas(src.data(), room, bits(in_format));
+        const auto d = layout & 2 ? test_support::planar_areas(dst.data(), room, bits(out_format), out_span)
+                                  : test_support::interleaved_areas(dst.data(), room, bits(out_format));
+        ops.convert(obj, d.data(), offset, dst_frames, s.data(), offset, src_frames);
         break;
       }
       case 4:
@@ -99,6 +154,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
       default: {
         unsigned lo, hi;
         ops.get_supported_rates(obj, &lo, &hi);
+        if (ops.get_supported_formats != nullptr) {
+          uint64_t ins, outs;
+          unsigned flags;
+          ops.get_supported_formats(obj, &ins, &outs, &flags);
+        }
         dumped_channels(ops, obj);
         break;
       }

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
 #include <memory>
 
@@ -24,10 +25,13 @@ namespace {
 
 void run(const PipelineRequest &r, const FrameSource &produce, const std::string &path,
          PipelineResult &result) {
-  const std::string text = "pcm.under_test { type rate converter \"" + r.converter +
-                           "\" slave { pcm { type file slave.pcm { type null } file \"" + path +
-                           "\" format raw } rate " + std::to_string(r.out_rate) +
-                           " format S16_LE } }";
+  const std::string converter = r.options.empty()
+                                    ? "\"" + r.converter + "\""
+                                    : "{ name \"" + r.converter + "\" " + r.options + " }";
+  const std::string text = "pcm.under_test { type rate converter " + converter +
+                           " slave { pcm { type file slave.pcm { type null } file \"" + path +
+                           "\" format raw } rate " + std::to_string(r.out_rate) + " format " +
+                           snd_pcm_format_name(r.slave_format) + " } }";
   snd_config_t *top = nullptr;
   snd_input_t *in = nullptr;
   snd_pcm_t *pcm = nullptr;
@@ -44,8 +48,9 @@ void run(const PipelineRequest &r, const FrameSource &produce, const std::string
   snd_pcm_hw_params_t *hw;
   snd_pcm_hw_params_alloca(&hw);
   CHECK_ALSA(snd_pcm_hw_params_any(pcm, hw));
-  CHECK_ALSA(snd_pcm_hw_params_set_access(pcm, hw, SND_PCM_ACCESS_RW_INTERLEAVED));
-  CHECK_ALSA(snd_pcm_hw_params_set_format(pcm, hw, SND_PCM_FORMAT_S16_LE));
+  CHECK_ALSA(snd_pcm_hw_params_set_access(
+      pcm, hw, r.noninterleaved ? SND_PCM_ACCESS_RW_NONINTERLEAVED : SND_PCM_ACCESS_RW_INTERLEAVED));
+  CHECK_ALSA(snd_pcm_hw_params_set_format(pcm, hw, r.format));
   CHECK_ALSA(snd_pcm_hw_params_set_channels(pcm, hw, r.channels));
   CHECK_ALSA(snd_pcm_hw_params_set_rate(pcm, hw, r.in_rate, 0));
   snd_pcm_uframes_t period = r.period_frames;
@@ -76,36 +81,64 @@ void run(const PipelineRequest &r, const FrameSource &produce, const std::string
     result.slave_period = std::strtoul(&result.dump[result.dump.find(':', period_at) + 1],
                                        nullptr, 10);
 
-  std::vector<int16_t> chunk(size_t(period) * r.channels);
+  const size_t sample = size_t(snd_pcm_format_physical_width(r.format)) / 8, frame = sample * r.channels;
+  std::vector<uint8_t> chunk(size_t(period) * frame), planes(chunk.size());
+  std::vector<void *> plane(r.channels);
   while (const size_t frames = produce(chunk.data(), period)) {
     snd_pcm_sframes_t n = 0;
+    if (r.noninterleaved) {
+      for (unsigned c = 0; c < r.channels; ++c) {
+        plane[c] = planes.data() + c * size_t(period) * sample;
+        for (size_t i = 0; i < frames; ++i)
+          std::copy_n(&chunk[i * frame + c * sample], sample, static_cast<uint8_t *>(plane[c]) + i * sample);
+      }
+      for (size_t done = 0; done < frames; done += size_t(n)) {
+        std::vector<void *> at(r.channels);
+        for (unsigned c = 0; c < r.channels; ++c) at[c] = static_cast<uint8_t *>(plane[c]) + done * sample;
+        CHECK_ALSA(n = snd_pcm_writen(pcm, at.data(), frames - done));
+      }
+      continue;
+    }
     for (size_t done = 0; done < frames; done += size_t(n))
-      CHECK_ALSA(n = snd_pcm_writei(pcm, chunk.data() + done * r.channels, frames - done));
+      CHECK_ALSA(n = snd_pcm_writei(pcm, chunk.data() + done * frame, frames - done));
   }
   CHECK_ALSA(snd_pcm_drain(pcm));
 }
 
 }  // namespace
 
-PipelineResult play_through_alsa(const PipelineRequest &request,
-                                 const std::vector<int16_t> &interleaved_input) {
+PipelineResult play_through_alsa(const PipelineRequest &request, const std::vector<uint8_t> &input) {
   char path[] = "/tmp/skelda-pipeline-XXXXXX";
   close(mkstemp(path));
+  const size_t frame = size_t(snd_pcm_format_physical_width(request.format)) / 8 * request.channels;
   size_t at = 0;
-  PipelineResult result = stream_through_alsa(request, path, [&](int16_t *frames, size_t wanted) {
-    const size_t n = std::min(wanted, interleaved_input.size() / request.channels - at);
-    std::copy_n(interleaved_input.data() + at * request.channels, n * request.channels, frames);
+  PipelineResult result = stream_through_alsa(request, path, [&](void *frames, size_t wanted) {
+    auto *to = static_cast<uint8_t *>(frames);
+    const size_t n = std::min(wanted, input.size() / frame - at);
+    std::copy_n(input.data() + at * frame, n * frame, to);
     at += n;
     if (n == 0 || n == wanted || !request.pad_last_period) return n;
-    std::fill_n(frames + n * request.channels, (wanted - n) * request.channels, int16_t{0});
+    std::fill_n(to + n * frame, (wanted - n) * frame, uint8_t{0});
     return wanted;
   });
   std::ifstream file(path, std::ios::binary | std::ios::ate);
-  result.output.resize(size_t(std::max<std::streamoff>(file.tellg(), 0)) / sizeof(int16_t));
-  file.seekg(0).read(reinterpret_cast<char *>(result.output.data()),
-                     std::streamsize(result.output.size() * sizeof(int16_t)));
+  result.bytes.resize(size_t(std::max<std::streamoff>(file.tellg(), 0)));
+  file.seekg(0).read(reinterpret_cast<char *>(result.bytes.data()), std::streamsize(result.bytes.size()));
   std::remove(path);
+  if (snd_pcm_format_physical_width(request.slave_format) == 16) {
+    result.output.resize(result.bytes.size() / 2);
+    std::memcpy(result.output.data(), result.bytes.data(), 2 * result.output.size());
+  } else if (snd_pcm_format_physical_width(request.slave_format) == 32) {
+    result.output32.resize(result.bytes.size() / 4);
+    std::memcpy(result.output32.data(), result.bytes.data(), 4 * result.output32.size());
+  }
   return result;
+}
+
+PipelineResult play_through_alsa(const PipelineRequest &request,
+                                 const std::vector<int16_t> &interleaved_input) {
+  const auto *bytes = reinterpret_cast<const uint8_t *>(interleaved_input.data());
+  return play_through_alsa(request, std::vector<uint8_t>(bytes, bytes + 2 * interleaved_input.size()));
 }
 
 PipelineResult stream_through_alsa(const PipelineRequest &request, const std::string &output_path,

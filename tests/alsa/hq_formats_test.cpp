@@ -1,0 +1,340 @@
+// SPDX-License-Identifier: MIT
+// skelda_hq's formats and options: through the real alsa-lib, every pairing
+// of S16 and S32 (and the formats alsa-lib converts to them: S24_LE,
+// S24_3LE, non-interleaved access) gives exactly what the 32-bit resampler
+// gives for the same frames at the periods' ratio, and a 24-bit tone comes
+// out at 24-bit quality; the options in the configuration's compound are
+// taken or refused by name; and the operations table holds to each
+// protocol, refuses formats it did not announce, and takes areas of any
+// layout.
+#include <alsa/asoundlib.h>
+#include <alsa/pcm_rate.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <numeric>
+#include <string>
+#include <vector>
+
+#include "skelda/rsmpl_hq.h"
+#include "tests/frontend/converter_fixture.h"
+#include "tests/support/alsa_pipeline.h"
+#include "tests/support/channel_areas.h"
+#include "tests/support/error_capture.h"
+#include "tests/support/hq32_reference.h"
+
+extern "C" int _snd_pcm_rate_skelda_hq_open(unsigned, void **, snd_pcm_rate_ops_t *);
+extern "C" int _snd_pcm_rate_skelda_hq_open_conf(unsigned, void **, snd_pcm_rate_ops_t *, const snd_config_t *);
+
+namespace {
+
+const double kAmplitude = 0.8912509381337456;  // -1 dBFS
+
+// Channel c: a tone of 997 (c + 1) Hz at -1 dBFS, rounded to 24 bits, in
+// the top 24 bits of each S32 sample.
+std::vector<int32_t> tones24(unsigned rate, unsigned channels, size_t frames) {
+  std::vector<int32_t> x(frames * channels);
+  for (size_t i = 0; i < x.size(); ++i) {
+    const double v = kAmplitude * std::sin(2 * M_PI * 997.0 * (i % channels + 1) * double(i / channels) / rate);
+    x[i] = int32_t(std::lround(v * 8388607)) * 256;
+  }
+  return x;
+}
+
+// The client's bytes of S32 samples in `format`: S32_LE as they are,
+// S24_LE and S24_3LE their top 24 bits, S16_LE their top 16 bits.
+std::vector<uint8_t> encode(const std::vector<int32_t> &x, snd_pcm_format_t format) {
+  std::vector<uint8_t> b;
+  for (int32_t v : x) {
+    const uint32_t u = static_cast<uint32_t>(v);
+    switch (format) {
+      case SND_PCM_FORMAT_S16_LE:
+        b.insert(b.end(), {uint8_t(u >> 16), uint8_t(u >> 24)});
+        break;
+      case SND_PCM_FORMAT_S24_LE: {
+        const uint32_t w = static_cast<uint32_t>(v >> 8);
+        b.insert(b.end(), {uint8_t(w), uint8_t(w >> 8), uint8_t(w >> 16), uint8_t(v < 0 ? 0xff : 0)});
+        break;
+      }
+      case SND_PCM_FORMAT_S24_3LE:
+        b.insert(b.end(), {uint8_t(u >> 8), uint8_t(u >> 16), uint8_t(u >> 24)});
+        break;
+      default:
+        b.insert(b.end(), {uint8_t(u), uint8_t(u >> 8), uint8_t(u >> 16), uint8_t(u >> 24)});
+    }
+  }
+  return b;
+}
+
+// What the 32-bit resampler makes of the stream at the periods' ratio, in
+// the output format, with or without dither.
+std::vector<uint8_t> engine(const std::vector<int32_t> &x, bool s16_in, unsigned in_rate, unsigned out_rate,
+                            unsigned channels, unsigned long in_period, unsigned long out_period, bool s16_out,
+                            bool dither, size_t out_frames) {
+  auto st = hq32_test::make_state(in_rate, out_rate, channels, uint32_t(out_period), uint32_t(in_period));
+  EXPECT_TRUE(st);
+  RSMPL_Hq32SetDither(st.get(), dither);
+  std::vector<int16_t> in16;
+  for (int32_t v : x) in16.push_back(int16_t(v >> 16));
+  std::vector<uint8_t> y(out_frames * channels * (s16_out ? 2 : 4));
+  uint32_t n = uint32_t(x.size() / channels), m = uint32_t(out_frames);
+  EXPECT_EQ(RSMPL_Hq32Process(st.get(), s16_in ? static_cast<const void *>(in16.data()) : x.data(),
+                              s16_in ? RSMPL_HQ_S16 : RSMPL_HQ_S32, &n, y.data(),
+                              s16_out ? RSMPL_HQ_S16 : RSMPL_HQ_S32, &m),
+            RSMPL_OK);
+  EXPECT_EQ(m, out_frames);
+  return y;
+}
+
+// Every format pairing through alsa-lib, held byte for byte to the engine.
+TEST(AlsaHqFormats, EveryPairingGivesExactlyTheResamplersFrames) {
+  const snd_pcm_format_t s16 = SND_PCM_FORMAT_S16_LE, s32 = SND_PCM_FORMAT_S32_LE;
+  const struct {
+    snd_pcm_format_t client, device;
+    bool noninterleaved;
+    const char *options;
+    unsigned in_rate, out_rate, channels;
+    unsigned long period;
+  } cases[] = {
+      {s32, s32, false, "", 44100, 48000, 2, 1024},
+      {SND_PCM_FORMAT_S24_LE, s32, false, "", 48000, 44100, 2, 1000},
+      {SND_PCM_FORMAT_S24_3LE, s32, false, "", 16000, 48000, 1, 441},
+      {s16, s32, false, "", 32000, 48000, 3, 0},
+      {s32, s16, false, "", 96000, 44100, 2, 0},
+      {s32, s16, false, "dither yes", 44100, 48000, 2, 1024},
+      {s16, s16, false, "dither on", 48000, 16000, 2, 960},
+      {s32, s32, true, "", 22050, 48000, 8, 0},
+  };
+  for (const auto &c : cases) {
+    SCOPED_TRACE(::testing::Message() << snd_pcm_format_name(c.client) << " -> " << snd_pcm_format_name(c.device)
+                                      << (c.noninterleaved ? " non-interleaved" : "") << ", " << c.options << ", "
+                                      << c.in_rate << " -> " << c.out_rate);
+    PipelineRequest r;
+    r.in_rate = c.in_rate, r.out_rate = c.out_rate, r.channels = c.channels, r.period_frames = c.period;
+    r.pad_last_period = true, r.converter = "skelda_hq", r.options = c.options;
+    r.format = c.client, r.slave_format = c.device, r.noninterleaved = c.noninterleaved;
+    // Whole periods of tones, so that every period converts exactly.
+    const auto x = tones24(c.in_rate, c.channels, c.in_rate / 2);
+    const PipelineResult out = play_through_alsa(r, encode(x, c.client));
+    ASSERT_EQ(out.error, 0) << out.failed_call;
+    EXPECT_NE(out.dump.find("32-bit windowed sinc"), std::string::npos) << out.dump;
+    EXPECT_NE(out.dump.find(std::string(c.client == s16 ? "S16_LE" : "S32_LE") + " -> " +
+                            (c.device == s16 ? "S16_LE" : "S32_LE")),
+              std::string::npos)
+        << out.dump;
+    const size_t periods = (x.size() / c.channels + out.client_period - 1) / out.client_period;
+    std::vector<int32_t> padded(x);
+    padded.resize(periods * out.client_period * c.channels, 0);
+    const auto want = engine(padded, c.client == s16, c.in_rate, c.out_rate, c.channels, out.client_period,
+                             out.slave_period, c.device == s16, std::string(c.options).find("dither") == 0,
+                             periods * out.slave_period);
+    ASSERT_EQ(out.bytes.size(), want.size());
+    EXPECT_TRUE(out.bytes == want);
+  }
+}
+
+// A 24-bit 997 Hz tone from an S32 client to an S32 device at 44100 ->
+// 48000: the residual after fitting the tone (frequency, amplitude, phase)
+// is 140 dB down, where a 16-bit path stops at 98.
+TEST(AlsaHqFormats, A24BitToneKeeps24BitQuality) {
+  PipelineRequest r;
+  r.in_rate = 44100, r.out_rate = 48000, r.channels = 1, r.period_frames = 0, r.converter = "skelda_hq";
+  r.format = r.slave_format = SND_PCM_FORMAT_S32_LE;
+  const auto x = tones24(44100, 1, 44100);
+  const PipelineResult out = play_through_alsa(r, encode(x, r.format));
+  ASSERT_EQ(out.error, 0) << out.failed_call;
+  // 0.25 s from the middle; the phase free, the frequency 997 Hz exactly
+  // (the periods' ratio, not the rates', sets the output's).
+  const double ratio = double(out.slave_period) / double(out.client_period);
+  const size_t first = 12000, n = 12000;
+  double ss = 0, cc = 0, sc = 0, ys = 0, yc = 0;
+  std::vector<double> s(n), k(n);
+  for (size_t i = 0; i < n; ++i) {
+    const double w = 2 * M_PI * 997.0 * double(first + i) / (44100 * ratio);
+    s[i] = std::sin(w), k[i] = std::cos(w);
+    const double y = out.output32[first + i];
+    ss += s[i] * s[i], cc += k[i] * k[i], sc += s[i] * k[i], ys += y * s[i], yc += y * k[i];
+  }
+  const double det = ss * cc - sc * sc, a = (ys * cc - yc * sc) / det, b = (yc * ss - ys * sc) / det;
+  double noise = 0;
+  for (size_t i = 0; i < n; ++i) {
+    const double e = out.output32[first + i] - (a * s[i] + b * k[i]);
+    noise += e * e;
+  }
+  const double amplitude = std::hypot(a, b);
+  EXPECT_NEAR(amplitude / (kAmplitude * 2147483392.0), 1.0, 1e-4);
+  EXPECT_GE(10 * std::log10(amplitude * amplitude / 2 / (noise / n)), 140.0);
+}
+
+// The compound's options: dither takes a boolean; anything else, and a bad
+// value, fails the open with one report naming it, and nothing plays.
+TEST(AlsaHqFormats, OptionsAreTakenOrRefusedByName) {
+  const struct {
+    const char *options;
+    bool opens;
+    const char *named;  // in the report, or in the dump when it opens
+  } cases[] = {
+      {"dither yes", true, ", dither"},  {"dither no", true, "S16_LE -> S16_LE\n"},
+      {"dither 1", true, ", dither"},    {"dither maybe", false, "dither"},
+      {"dither 2", false, "dither"},     {"quality 10", false, "quality"},
+      {"dither yes\nfilter x", false, "filter"},
+  };
+  for (const auto &c : cases) {
+    SCOPED_TRACE(c.options);
+    PipelineRequest r;
+    r.in_rate = 44100, r.out_rate = 48000, r.channels = 2, r.converter = "skelda_hq", r.options = c.options;
+    ErrorCapture errors;
+    const PipelineResult out = play_through_alsa(r, std::vector<int16_t>(2 * 4410, 1000));
+    if (c.opens) {
+      EXPECT_EQ(out.error, 0) << out.failed_call;
+      EXPECT_NE(out.dump.find(c.named), std::string::npos) << out.dump;
+      continue;
+    }
+    EXPECT_NE(out.error, 0);
+    EXPECT_TRUE(out.bytes.empty());
+    bool named = false;
+    for (const auto &report : errors.reports()) named |= report.message.find(c.named) != std::string::npos;
+    EXPECT_TRUE(named) << "no report names " << c.named;
+  }
+}
+
+struct Module {
+  void *obj = nullptr;
+  snd_pcm_rate_ops_t ops{};
+  Module(unsigned version = SND_PCM_RATE_PLUGIN_VERSION) {
+    EXPECT_EQ(_snd_pcm_rate_skelda_hq_open(version, &obj, &ops), 0);
+  }
+  ~Module() {
+    ops.free(obj);
+    ops.close(obj);
+  }
+};
+
+snd_pcm_rate_info_t formats_info(snd_pcm_format_t in, snd_pcm_format_t out, unsigned channels) {
+  snd_pcm_rate_info_t i = rate_info(44100, 48000, channels, 1024, 1114);
+  i.in.format = in, i.out.format = out;
+  return i;
+}
+
+// Protocol 0x010003: areas and the formats S16 and S32 either way; an older
+// one: interleaved S16 through convert_s16 (and nothing written past the
+// older table), giving the same samples as S16 areas.
+TEST(HqModuleFormats, EachProtocolGetsItsTableAndTheSameSamples) {
+  Module current;
+  EXPECT_EQ(current.ops.version, 0x010003u);
+  ASSERT_TRUE(current.ops.convert != nullptr && current.ops.convert_s16 == nullptr &&
+              current.ops.get_supported_formats != nullptr);
+  uint64_t in = 0, out = 0;
+  unsigned flags = 99;
+  current.ops.get_supported_formats(current.obj, &in, &out, &flags);
+  const uint64_t both = (1ull << SND_PCM_FORMAT_S16_LE) | (1ull << SND_PCM_FORMAT_S32_LE);
+  EXPECT_TRUE(in == both && out == both && flags == 0);
+
+  snd_pcm_rate_ops_t canary;
+  std::memset(&canary, 0x5a, sizeof canary);
+  void *obj = nullptr;
+  ASSERT_EQ(_snd_pcm_rate_skelda_hq_open(0x010002, &obj, &canary), 0);
+  EXPECT_EQ(canary.version, 0x010002u);
+  EXPECT_TRUE(canary.convert == nullptr && canary.convert_s16 != nullptr);
+  const auto *untouched = reinterpret_cast<const uint8_t *>(&canary.get_supported_formats);
+  EXPECT_TRUE(std::all_of(untouched, untouched + sizeof canary.get_supported_formats,
+                          [](uint8_t b) { return b == 0x5a; }));
+  snd_pcm_rate_info_t i = formats_info(SND_PCM_FORMAT_S24_LE, SND_PCM_FORMAT_S24_LE, 2);
+  ASSERT_EQ(canary.init(obj, &i), 0) << "convert_s16 takes S16 whatever the formats say";
+  ASSERT_EQ(canary.adjust_pitch(obj, &i), 0);
+  std::vector<int16_t> src(2 * 1024), legacy(2 * 1114), areas(2 * 1114);
+  for (size_t k = 0; k < src.size(); ++k) src[k] = int16_t(k * 7919);
+  canary.convert_s16(obj, legacy.data(), 1114, src.data(), 1024);
+  canary.free(obj);
+  canary.close(obj);
+
+  i = formats_info(SND_PCM_FORMAT_S16_LE, SND_PCM_FORMAT_S16_LE, 2);
+  ASSERT_EQ(current.ops.init(current.obj, &i), 0);
+  const auto s = test_support::interleaved_areas(src.data(), 2, 16), d = test_support::interleaved_areas(areas.data(), 2, 16);
+  current.ops.convert(current.obj, d.data(), 0, 1114, s.data(), 0, 1024);
+  EXPECT_EQ(areas, legacy);
+}
+
+// init refuses a format it did not announce (what older alsa-lib versions
+// pass through) with -EINVAL and one report naming it, and the converter
+// goes on as it was.
+TEST(HqModuleFormats, InitRefusesFormatsItDidNotAnnounce) {
+  Module m;
+  snd_pcm_rate_info_t good = formats_info(SND_PCM_FORMAT_S32_LE, SND_PCM_FORMAT_S32_LE, 2);
+  ASSERT_EQ(m.ops.init(m.obj, &good), 0);
+  std::vector<int32_t> src(2 * 1024, 1 << 24), before(2 * 1114), after(2 * 1114);
+  const auto s = test_support::interleaved_areas(src.data(), 2, 32);
+  const auto b = test_support::interleaved_areas(before.data(), 2, 32), a = test_support::interleaved_areas(after.data(), 2, 32);
+  m.ops.convert(m.obj, b.data(), 0, 1114, s.data(), 0, 1024);
+  for (auto [in, out] : {std::pair{SND_PCM_FORMAT_S24_LE, SND_PCM_FORMAT_S32_LE},
+                         std::pair{SND_PCM_FORMAT_S32_LE, SND_PCM_FORMAT_FLOAT_LE},
+                         std::pair{SND_PCM_FORMAT_U16_LE, SND_PCM_FORMAT_S16_LE}}) {
+    ErrorCapture errors;
+    snd_pcm_rate_info_t bad = formats_info(in, out, 2);
+    EXPECT_EQ(m.ops.init(m.obj, &bad), -EINVAL);
+    ASSERT_EQ(errors.reports().size(), 1u);
+    const std::string &said = errors.reports()[0].message;
+    EXPECT_NE(said.find(snd_pcm_format_name(in == SND_PCM_FORMAT_S32_LE ? out : in)), std::string::npos) << said;
+  }
+  m.ops.reset(m.obj);
+  m.ops.convert(m.obj, a.data(), 0, 1114, s.data(), 0, 1024);
+  EXPECT_EQ(after, before);
+}
+
+// Areas one buffer per channel, or interleaved with the channels in another
+// order, at offsets, on either side, give the interleaved areas' samples;
+// S16 on one side and S32 on the other too.
+TEST(HqModuleFormats, AreasOfAnyLayoutGiveTheSameFrames) {
+  const unsigned ch = 3, in_n = 1024, out_n = 1114, offset = 5;
+  for (auto [in_format, out_format] : {std::pair{SND_PCM_FORMAT_S32_LE, SND_PCM_FORMAT_S32_LE},
+                                       std::pair{SND_PCM_FORMAT_S16_LE, SND_PCM_FORMAT_S32_LE},
+                                       std::pair{SND_PCM_FORMAT_S32_LE, SND_PCM_FORMAT_S16_LE},
+                                       std::pair{SND_PCM_FORMAT_S16_LE, SND_PCM_FORMAT_S16_LE}}) {
+    const unsigned in_bits = snd_pcm_format_physical_width(in_format), out_bits = snd_pcm_format_physical_width(out_format);
+    SCOPED_TRACE(::testing::Message() << in_bits << " -> " << out_bits);
+    std::vector<uint8_t> src(size_t(in_n + offset) * ch * in_bits / 8);
+    for (size_t k = 0; k < src.size(); ++k) src[k] = uint8_t(k * 131 + k / 7);
+    // The same frames a buffer per channel, and interleaved with the
+    // channels in reverse order (each area's step that of interleaved frames).
+    std::vector<uint8_t> planar_src(src.size()), reversed_src(src.size());
+    const size_t in_bytes = in_bits / 8, out_bytes = out_bits / 8;
+    for (size_t f = 0; f < in_n + offset; ++f)
+      for (unsigned c = 0; c < ch; ++c) {
+        std::memcpy(&planar_src[(c * (in_n + offset) + f) * in_bytes], &src[(f * ch + c) * in_bytes], in_bytes);
+        std::memcpy(&reversed_src[(f * ch + ch - 1 - c) * in_bytes], &src[(f * ch + c) * in_bytes], in_bytes);
+      }
+    std::vector<snd_pcm_channel_area_t> reversed(ch);
+    for (unsigned c = 0; c < ch; ++c) reversed[c] = {reversed_src.data() + (ch - 1 - c) * in_bytes, 0, ch * in_bits};
+    std::vector<std::vector<uint8_t>> outs;
+    for (int layout = 0; layout < 5; ++layout) {  // bit 0: planar input, bit 1: planar output, 4: reversed input
+      Module m;
+      snd_pcm_rate_info_t i = formats_info(in_format, out_format, ch);
+      ASSERT_EQ(m.ops.init(m.obj, &i), 0);
+      ASSERT_EQ(m.ops.adjust_pitch(m.obj, &i), 0);
+      std::vector<uint8_t> dst(size_t(out_n + offset) * ch * out_bytes, 0xa5);
+      const auto s = layout == 4  ? reversed
+                     : layout & 1 ? test_support::planar_areas(planar_src.data(), ch, in_bits, in_n + offset)
+                                  : test_support::interleaved_areas(src.data(), ch, in_bits);
+      const auto d = layout & 2 ? test_support::planar_areas(dst.data(), ch, out_bits, out_n + offset)
+                                : test_support::interleaved_areas(dst.data(), ch, out_bits);
+      m.ops.convert(m.obj, d.data(), offset, out_n, s.data(), offset, in_n);
+      std::vector<uint8_t> frames;  // interleaved, from the offset on
+      for (size_t f = offset; f < out_n + offset; ++f)
+        for (unsigned c = 0; c < ch; ++c) {
+          const size_t at = layout & 2 ? (c * (out_n + offset) + f) * out_bytes : (f * ch + c) * out_bytes;
+          frames.insert(frames.end(), dst.begin() + at, dst.begin() + at + out_bytes);
+        }
+      for (size_t f = 0; f < offset; ++f)  // nothing before the offset
+        for (unsigned c = 0; c < ch; ++c) {
+          const size_t at = layout & 2 ? (c * (out_n + offset) + f) * out_bytes : (f * ch + c) * out_bytes;
+          ASSERT_TRUE(std::all_of(dst.begin() + at, dst.begin() + at + out_bytes, [](uint8_t b) { return b == 0xa5; }));
+        }
+      outs.push_back(frames);
+    }
+    for (int layout = 1; layout < 5; ++layout) EXPECT_EQ(outs[layout], outs[0]) << "layout " << layout;
+  }
+}
+
+}  // namespace
