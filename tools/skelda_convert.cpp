@@ -2,9 +2,15 @@
 // Offline converter: reads any format libsndfile reads, converts it with the
 // same code alsa-lib runs (FIR for factors 2, 3 and 6, linear otherwise) or,
 // on request, with the high-quality resampler (any rates 8000..192000 Hz, up
-// to eight channels) or the engine's sinc interpolator at any ratio from 1/8
-// to 8, and writes 16-bit signed audio. The output appears only when complete: it
-// is written to a temporary file beside it and renamed at the end.
+// to eight channels, 32 bits inside) or the engine's sinc interpolator at any
+// ratio from 1/8 to 8, and writes signed audio of the input's depth (16, 24
+// or 32 bits; --bits chooses), dithered when it goes down to 16 bits. The
+// output appears only when complete: it is written to a temporary file
+// beside it and renamed at the end.
+//
+// Samples travel as int32 at full scale 2^31 throughout: 16-bit converters
+// take them rounded to 16 bits and give them back shifted up, which every
+// depth holds exactly.
 #include <sndfile.h>
 #include <unistd.h>
 
@@ -31,14 +37,20 @@ const char kUsage[] =
     "  --hq              use the high-quality resampler (8000..192000 Hz, any\n"
     "                    pair, up to eight channels)\n"
     "  -s, --sinc        use the sinc interpolator (ratio 1/8 to 8, any rates)\n"
+    "  -b, --bits N      output depth: 16, 24 or 32 bits (default: the input's;\n"
+    "                    32 for float input, 24 in FLAC)\n"
+    "  --no-dither       round down to 16 bits without TPDF dither\n"
     "  -q, --quiet       no progress bar\n"
-    "Otherwise both rates must lie in 8000..48000 Hz. Output is 16-bit\n"
-    "signed, in the container the OUTPUT name suggests (.wav .flac .aiff .au\n"
-    ".caf .w64); WAV otherwise. At most four channels, eight with --hq.\n";
+    "Otherwise both rates must lie in 8000..48000 Hz. Output is signed PCM in\n"
+    "the container the OUTPUT name suggests (.wav .flac .aiff .au .caf .w64);\n"
+    "WAV otherwise. At most four channels, eight with --hq. Only --hq carries\n"
+    "more than 16 bits through the conversion.\n";
 
 struct Options {
   std::string input, output;
   int rate = 48000;
+  int bits = 0;  // 0: the input's depth
+  bool dither = true;
   bool sinc = false;
   bool hq = false;
   bool quiet = false;
@@ -62,6 +74,12 @@ Options parse(int argc, char **argv) {
       const long r = std::strtol(argv[++i], &end, 10);
       if (*end != '\0' || r <= 0 || r > 1000000) fail(kUsageError, "bad rate: " + std::string(argv[i]));
       o.rate = static_cast<int>(r);
+    } else if ((a == "-b" || a == "--bits") && i + 1 < argc) {
+      const std::string b = argv[++i];
+      if (b != "16" && b != "24" && b != "32") fail(kUsageError, "bad depth: " + b + " (16, 24 or 32)");
+      o.bits = std::stoi(b);
+    } else if (a == "--no-dither") {
+      o.dither = false;
     } else if (a == "-s" || a == "--sinc") {
       o.sinc = true;
     } else if (a == "--hq") {
@@ -100,17 +118,81 @@ int container_for(const std::string &name) {
 }
 
 // Converts interleaved frames in pieces; finish() flushes what is held back.
-class Converter {
+// The 16-bit converters (the plugin's path, the sinc interpolator) are these.
+class Converter16 {
  public:
-  virtual ~Converter() = default;
+  virtual ~Converter16() = default;
   virtual void convert(const int16_t *in, size_t frames, std::vector<int16_t> &out) = 0;
   virtual void finish(std::vector<int16_t> &out) = 0;
   virtual std::string description() const = 0;
 };
 
+// The same on int32 samples at full scale 2^31: what main drives.
+class Converter {
+ public:
+  virtual ~Converter() = default;
+  virtual void convert(const int32_t *in, size_t frames, std::vector<int32_t> &out) = 0;
+  virtual void finish(std::vector<int32_t> &out) = 0;
+  virtual std::string description() const = 0;
+};
+
+// Rounds int32 samples to 16 bits, with TPDF dither of +-1 LSB when asked
+// (a fixed-seed xorshift32, so the same file always gives the same output).
+class Narrower {
+ public:
+  explicit Narrower(bool dither) : dither_(dither) {}
+  void run(const int32_t *in, size_t n, int16_t *out) {
+    for (size_t i = 0; i < n; ++i) {
+      int64_t d = 0;
+      if (dither_) {
+        noise_ ^= noise_ << 13;
+        noise_ ^= noise_ >> 17;
+        noise_ ^= noise_ << 5;
+        d = int64_t{noise_ >> 16} + (noise_ & 0xffff) - 65536;
+      }
+      const int64_t v = (int64_t{in[i]} + 32768 + d) >> 16;
+      out[i] = static_cast<int16_t>(v > INT16_MAX ? INT16_MAX : v < INT16_MIN ? INT16_MIN : v);
+    }
+  }
+
+ private:
+  bool dither_;
+  uint32_t noise_ = 0x2545f491;
+};
+
+// A 16-bit converter behind the int32 interface: input rounded to 16 bits
+// (dithered when it carries more), output shifted up.
+class Via16 : public Converter {
+ public:
+  Via16(std::unique_ptr<Converter16> narrow, unsigned channels, bool dither)
+      : narrow_(std::move(narrow)), channels_(channels), input_(dither) {}
+  void convert(const int32_t *in, size_t frames, std::vector<int32_t> &out) override {
+    in16_.resize(frames * channels_);
+    input_.run(in, in16_.size(), in16_.data());
+    out16_.clear();
+    narrow_->convert(in16_.data(), frames, out16_);
+    widen(out);
+  }
+  void finish(std::vector<int32_t> &out) override {
+    out16_.clear();
+    narrow_->finish(out16_);
+    widen(out);
+  }
+  std::string description() const override { return narrow_->description(); }
+
+ private:
+  void widen(std::vector<int32_t> &out) {
+    for (int16_t v : out16_) out.push_back(int32_t{v} * 65536);
+  }
+  std::unique_ptr<Converter16> narrow_;
+  unsigned channels_;
+  Narrower input_;
+  std::vector<int16_t> in16_, out16_;
+};
+
 // The plugin's own path, driven as alsa-lib drives it: periods in the exact
 // rate ratio, one convert_s16 call per period.
-class PluginConverter : public Converter {
+class PluginConverter : public Converter16 {
  public:
   PluginConverter(unsigned in_rate, unsigned out_rate, unsigned channels) : channels_(channels) {
     if (_snd_pcm_rate_skelda_open(SND_PCM_RATE_PLUGIN_VERSION, &obj_, &ops_) != 0)
@@ -173,7 +255,7 @@ class PluginConverter : public Converter {
 
 // The engine's sinc interpolator, one context per channel, blocks sized with
 // RSMPL_GetNumInSamples. Its group delay is removed from the output.
-class SincConverter : public Converter {
+class SincConverter : public Converter16 {
  public:
   SincConverter(unsigned in_rate, unsigned out_rate, unsigned channels)
       : channels_(channels), ratio_(float(out_rate) / float(in_rate)) {
@@ -262,40 +344,57 @@ class SincConverter : public Converter {
   std::string name_;
 };
 
-// The high-quality resampler over all channels at once. Outputs that stand
-// for positions before the input's start (the filter's delay) are dropped,
-// and the end is flushed with silence, so the output lines up with the input.
+// The 32-bit high-quality resampler over all channels at once. Outputs that
+// stand for positions before the input's start (the filter's delay) are
+// dropped, and the end is flushed with silence, so the output lines up with
+// the input. Results go out at the output's depth: to 16 bits by the
+// resampler itself (with its dither when asked), to 24 bits rounded here,
+// so that the file's writer only drops bits that are zero.
 class HqConverter : public Converter {
  public:
-  HqConverter(unsigned in_rate, unsigned out_rate, unsigned channels) : channels_(channels) {
+  HqConverter(unsigned in_rate, unsigned out_rate, unsigned channels, int bits, bool dither)
+      : channels_(channels), bits_(bits) {
     uint32_t bytes = 0;
-    if (RSMPL_HqGetStateSize(in_rate, out_rate, channels, &bytes) != RSMPL_OK)
+    if (RSMPL_Hq32GetStateSize(in_rate, out_rate, channels, &bytes) != RSMPL_OK)
       fail(kUnsupported, "--hq converts 8000..192000 Hz and up to eight channels");
-    state_.reset(static_cast<RSMPL_HqState *>(std::malloc(bytes)));
-    if (!state_ || RSMPL_HqInit(state_.get(), bytes, in_rate, out_rate, channels) != RSMPL_OK)
+    state_.reset(static_cast<RSMPL_Hq32State *>(std::malloc(bytes)));
+    if (!state_ || RSMPL_Hq32Init(state_.get(), bytes, in_rate, out_rate, channels) != RSMPL_OK ||
+        RSMPL_Hq32SetDither(state_.get(), dither) != RSMPL_OK)
       fail(kOutputError, "out of memory");
     RSMPL_HqInfo info;
-    RSMPL_HqGetInfo(state_.get(), &info);
+    RSMPL_Hq32GetInfo(state_.get(), &info);
     delay_ = info.delayFrames;
     skip_ = (uint64_t{info.delayFrames} * info.ratioOut + info.ratioIn / 2) / info.ratioIn;
-    name_ = "RSMPL high-quality resampler, " + std::to_string(info.taps) + " taps, delay " +
+    name_ = "RSMPL 32-bit high-quality resampler, " + std::to_string(info.taps) + " taps, delay " +
             std::to_string(info.delayMicroseconds) + " us";
   }
-  void convert(const int16_t *in, size_t frames, std::vector<int16_t> &out) override {
+  void convert(const int32_t *in, size_t frames, std::vector<int32_t> &out) override {
     uint32_t room = 0;
-    RSMPL_HqOutputFrames(state_.get(), static_cast<uint32_t>(frames), &room);
-    const size_t at = out.size();
-    out.resize(at + size_t(room) * channels_);
+    RSMPL_Hq32OutputFrames(state_.get(), static_cast<uint32_t>(frames), &room);
+    const size_t at = out.size(), samples = size_t(room) * channels_;
+    out.resize(at + samples);
     uint32_t used = static_cast<uint32_t>(frames), made = room;
-    if (RSMPL_HqProcess(state_.get(), in, &used, out.data() + at, &made) != RSMPL_OK || used != frames)
-      fail(kOutputError, "the resampler refused a block");
+    RSMPL_Status status;
+    if (bits_ == 16) {
+      out16_.resize(samples);
+      status = RSMPL_Hq32Process(state_.get(), in, RSMPL_HQ_S32, &used, out16_.data(), RSMPL_HQ_S16, &made);
+      for (size_t i = 0; i < size_t(made) * channels_; ++i) out[at + i] = int32_t{out16_[i]} * 65536;
+    } else {
+      status = RSMPL_Hq32Process(state_.get(), in, RSMPL_HQ_S32, &used, out.data() + at, RSMPL_HQ_S32, &made);
+      if (bits_ == 24)
+        for (size_t i = at; i < at + size_t(made) * channels_; ++i) {
+          const int64_t v = (int64_t{out[i]} + 128) >> 8;
+          out[i] = static_cast<int32_t>(v > 8388607 ? 8388607 : v) * 256;
+        }
+    }
+    if (status != RSMPL_OK || used != frames) fail(kOutputError, "the resampler refused a block");
     out.resize(at + size_t(made) * channels_);
     const size_t drop = std::min<size_t>(skip_, made);
     out.erase(out.begin() + at, out.begin() + at + drop * channels_);
     skip_ -= drop;
   }
-  void finish(std::vector<int16_t> &out) override {
-    const std::vector<int16_t> silence(size_t(delay_ + 1) * channels_, 0);
+  void finish(std::vector<int32_t> &out) override {
+    const std::vector<int32_t> silence(size_t(delay_ + 1) * channels_, 0);
     convert(silence.data(), delay_ + 1, out);
   }
   std::string description() const override { return name_; }
@@ -305,9 +404,11 @@ class HqConverter : public Converter {
     void operator()(void *p) const { std::free(p); }
   };
   unsigned channels_;
+  int bits_;
   uint32_t delay_ = 0;
   uint64_t skip_ = 0;
-  std::unique_ptr<RSMPL_HqState, Free> state_;
+  std::unique_ptr<RSMPL_Hq32State, Free> state_;
+  std::vector<int16_t> out16_;
   std::string name_;
 };
 
@@ -361,18 +462,30 @@ int main(int argc, char **argv) {
                            std::to_string(out_rate) + "); --sinc converts other rates");
   }
 
+  // The depth: asked for, or the input's (float and 32-bit PCM give 32
+  // bits, which FLAC cannot hold: 24 there).
+  const int sub = in_info.format & SF_FORMAT_SUBMASK;
+  const bool floating = sub == SF_FORMAT_FLOAT || sub == SF_FORMAT_DOUBLE;
+  const int in_bits = sub == SF_FORMAT_PCM_24 ? 24 : sub == SF_FORMAT_PCM_32 || floating ? 32 : 16;
+  const int container = container_for(o.output);
+  if (o.bits == 32 && container == SF_FORMAT_FLAC) fail(kUsageError, "FLAC holds at most 24 bits");
+  const int bits = o.bits != 0 ? o.bits : container == SF_FORMAT_FLAC ? std::min(in_bits, 24) : in_bits;
+  // Dither where samples lose bits on the way to 16: at the output of the
+  // 32-bit resampler, at the input of the 16-bit converters.
+  const bool dither = o.dither && (o.hq ? bits == 16 : in_bits > 16);
+
   std::unique_ptr<Converter> converter;
   if (o.hq)
-    converter = std::make_unique<HqConverter>(in_rate, out_rate, channels);
+    converter = std::make_unique<HqConverter>(in_rate, out_rate, channels, bits, dither);
   else if (o.sinc)
-    converter = std::make_unique<SincConverter>(in_rate, out_rate, channels);
+    converter = std::make_unique<Via16>(std::make_unique<SincConverter>(in_rate, out_rate, channels), channels, dither);
   else
-    converter = std::make_unique<PluginConverter>(in_rate, out_rate, channels);
+    converter = std::make_unique<Via16>(std::make_unique<PluginConverter>(in_rate, out_rate, channels), channels, dither);
 
   SF_INFO out_info{};
   out_info.samplerate = o.rate;
   out_info.channels = in_info.channels;
-  out_info.format = container_for(o.output) | SF_FORMAT_PCM_16;
+  out_info.format = container | (bits == 16 ? SF_FORMAT_PCM_16 : bits == 24 ? SF_FORMAT_PCM_24 : SF_FORMAT_PCM_32);
   const std::string temporary = o.output + ".partial-" + std::to_string(getpid());
   SNDFILE *out = sf_open(temporary.c_str(), SFM_WRITE, &out_info);
   if (out == nullptr) fail(kOutputError, "cannot write " + o.output + ": " + sf_strerror(nullptr));
@@ -387,19 +500,33 @@ int main(int argc, char **argv) {
       static_cast<sf_count_t>(std::llround(double(in_info.frames) * out_rate / in_rate));
   sf_count_t written = 0, read_total = 0;
   Progress progress(!o.quiet, in_info.frames);
-  std::vector<int16_t> buffer(4096 * size_t(channels)), converted;
+  std::vector<int32_t> buffer(4096 * size_t(channels)), converted;
+  std::vector<double> floats(floating ? buffer.size() : 0);
   // Writes what has been converted, never past the frames owed (the padding
-  // of the last period and the filter's flush are cut off).
+  // of the last period and the filter's flush are cut off). The samples
+  // carry no bits below the output's depth, so libsndfile's narrowing of
+  // int32 to it is exact.
   auto write = [&]() {
     const sf_count_t frames =
         std::min(static_cast<sf_count_t>(converted.size() / channels), owed - written);
-    if (frames > 0 && sf_writef_short(out, converted.data(), frames) != frames)
+    if (frames > 0 && sf_writef_int(out, converted.data(), frames) != frames)
       abandon("cannot write " + o.output + ": " + sf_strerror(out));
     written += std::max<sf_count_t>(frames, 0);
     converted.clear();
   };
+  // int32 at full scale 2^31: PCM as libsndfile widens it, float and double
+  // scaled from +-1.0, rounded and clipped.
+  auto read = [&]() -> sf_count_t {
+    if (!floating) return sf_readf_int(in, buffer.data(), 4096);
+    const sf_count_t n = sf_readf_double(in, floats.data(), 4096);
+    for (sf_count_t i = 0; i < n * sf_count_t{channels}; ++i) {
+      const double v = std::round(floats[size_t(i)] * 2147483648.0);
+      buffer[size_t(i)] = v >= 2147483647.0 ? INT32_MAX : v <= -2147483648.0 ? INT32_MIN : static_cast<int32_t>(v);
+    }
+    return n;
+  };
   for (;;) {
-    const sf_count_t n = sf_readf_short(in, buffer.data(), 4096);
+    const sf_count_t n = read();
     if (n <= 0) break;
     read_total += n;
     converter->convert(buffer.data(), size_t(n), converted);
@@ -419,8 +546,9 @@ int main(int argc, char **argv) {
     std::remove(temporary.c_str());
     fail(kOutputError, "cannot write " + o.output + ": " + std::strerror(errno));
   }
-  std::printf("%s: %u Hz, %u ch, %lld frames -> %s: %d Hz, %lld frames\n%s\n", o.input.c_str(),
-              in_rate, channels, static_cast<long long>(in_info.frames), o.output.c_str(), o.rate,
-              static_cast<long long>(written), converter->description().c_str());
+  std::printf("%s: %u Hz, %u ch, %d bits, %lld frames -> %s: %d Hz, %d bits%s, %lld frames\n%s\n",
+              o.input.c_str(), in_rate, channels, in_bits, static_cast<long long>(in_info.frames),
+              o.output.c_str(), o.rate, bits, dither ? " dithered" : "", static_cast<long long>(written),
+              converter->description().c_str());
   return kOk;
 }

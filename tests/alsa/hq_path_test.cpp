@@ -228,7 +228,8 @@ TEST(HqModuleOps, RefusalsReturnAnErrorAndSayWhy) {
       {"both periods 0", false, rate_info(44100, 48000, 2), -EIO},
       {"input period 0", false, rate_info(44100, 48000, 2, 0, 1114), -EIO},
       {"output period 0", false, rate_info(44100, 48000, 2, 1024, 0), -EIO},
-      {"period beyond 32 bits", false, rate_info(44100, 48000, 2, 1ull << 32, 1114), -EIO},
+      {"the largest period (beyond 32 bits where it can be)", false,
+       rate_info(44100, 48000, 2, static_cast<snd_pcm_uframes_t>(-1), 1114), -EIO},
       {"ratio 2 for 1.09", false, rate_info(44100, 48000, 2, 1024, 2048), -EIO},
   };
   const std::vector<int16_t> src = tones(44100, 2, 1024);
