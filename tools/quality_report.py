@@ -30,7 +30,13 @@ row converts the very 16-bit input the converters get with a converter far
 better than the job asks (in double precision) and rounds once: what any
 converter can reach from that input, whose own rounding noise lies in the
 passband.
-Plots: out_dir/response_<in>_<out>.png, every converter over each other.
+
+The same measurements run again on 24-bit material: S32 streams (24-bit
+samples in the top bits) into an S32 device, against the converters that
+keep more than 16 bits through alsa-lib and sox's very high quality rate
+effect, with an "ideal from the 24-bit input" row.
+Plots: out_dir/response_<in>_<out>.png and response24_<in>_<out>.png, every
+converter over each other.
 
     python3 tools/quality_report.py BUILD_DIR OUT_DIR
 """
@@ -70,10 +76,9 @@ PERIOD_PAIRS = PAIRS + [(48000, 24000)]
 PERIOD_SIZES = [1024, 1000, 441]
 PERIOD_CONVERTERS = ["skelda_hq", "skelda", "alsa linear"]
 
-FULL_SCALE = 32767.0
-THD_AMPLITUDE = 10 ** (-1 / 20) * FULL_SCALE   # -1 dBFS
-STEP_AMPLITUDE = 0.5 * FULL_SCALE              # -6 dBFS stepped sines
-PULSE_AMPLITUDE = 0.5 * FULL_SCALE
+THD_LEVEL = 10 ** (-1 / 20)   # -1 dBFS, of full scale
+STEP_LEVEL = 0.5               # -6 dBFS stepped sines
+PULSE_LEVEL = 0.5
 THD_SECONDS = 0.6        # each THD+N tone; 0.5 s of it is analysed
 STEP_SECONDS = 0.2       # each stepped sine; 0.1 s of it is analysed
 PULSE_SECONDS = 0.2      # the group-delay pulse sits in the middle of this
@@ -87,6 +92,41 @@ STOP_EDGE = 0.55
 HQ_ENTRY = "_snd_pcm_rate_skelda_hq_open"
 IDEAL = "ideal, 16-bit (floor)"
 IDEAL_INPUT = "ideal from the 16-bit input"
+
+# 24-bit material: S32 streams (24-bit samples in the top bits) from aplay
+# into an S32 device, against the converters that keep more than 16 bits
+# through alsa-lib, speexrate (S16 only), and sox's very high quality rate
+# effect on the files (offline).
+CONVERTERS_24 = [
+    ("skelda_hq", "skelda_hq"),
+    ("speexrate", "speexrate"),
+    ("samplerate", "samplerate"),
+    ("samplerate_medium", "samplerate_medium"),
+    ("samplerate_best", "samplerate_best"),
+    ("sox rate -v (offline)", "sox"),
+]
+PAIRS_24 = PAIRS + [(8000, 48000), (48000, 8000), (11025, 44100), (88200, 48000),
+                    (44100, 192000), (192000, 44100)]
+PERIOD_RUNS_24 = [((44100, 48000), 1024), ((48000, 44100), 1000), ((16000, 48000), 441)]
+PERIOD_CONVERTERS_24 = ["skelda_hq", "samplerate_best"]
+IDEAL_24 = "ideal from the 24-bit input"
+
+
+class Depth:
+    """The material's depth: 16-bit samples, or 24-bit ones carried in S32
+    (full scale 2^31, the input rounded to multiples of 2^8)."""
+
+    def __init__(self, bits):
+        self.bits = bits
+        self.width = 2 if bits == 16 else 4           # bytes per sample, files and streams
+        self.full = 32767.0 if bits == 16 else 8388607.0 * 256
+        self.quantum = 1.0 if bits == 16 else 256.0   # the input's rounding step
+        self.dtype = np.int16 if bits == 16 else np.int32
+        self.alsa_format = "S16_LE" if bits == 16 else "S32_LE"
+        self.plot_floor = -138 if bits == 16 else -178
+
+
+D16, D24 = Depth(16), Depth(24)
 
 
 def log(message):
@@ -111,7 +151,11 @@ def pulse(t, cutoff):
 
 def pair_tones(in_rate, out_rate):
     low = min(in_rate, out_rate)
-    thd = [997.0, 6000.0, 0.4 * low]
+    # 6 kHz where the passband reaches it, else 0.3 of the lower rate; the
+    # tones near a round fraction of the rates are a little off it (see
+    # below).
+    thd = [997.0, 6000.382 if 6000 < PASS_EDGE * low else np.floor(0.3 * low) + 0.382,
+           np.floor(0.4 * low) + 0.382]
     passband = list(np.geomspace(50, 0.1 * low, 7, endpoint=False)) + \
         list(np.linspace(0.1 * low, PASS_EDGE * low, 22))
     transition = [0.46 * low, 0.47 * low, 0.48 * low, 0.49 * low]
@@ -126,18 +170,18 @@ def pair_tones(in_rate, out_rate):
     return thd, off_round(passband), off_round(transition), off_round(stop)
 
 
-def pair_layout(in_rate, out_rate):
+def pair_layout(in_rate, out_rate, depth=D16):
     """Pulse, THD+N tones, stepped sines: a list of (kind, frequency,
     start s, length s, amplitude), each a whole number of input frames."""
     thd, passband, transition, stop = pair_tones(in_rate, out_rate)
     low = min(in_rate, out_rate)
     layout = [("pulse", 0.4 * low, 0.0, round(PULSE_SECONDS * in_rate) / in_rate,
-               PULSE_AMPLITUDE)]
+               PULSE_LEVEL * depth.full)]
     at = layout[0][3]
-    segments = [("thd", f, THD_SECONDS, THD_AMPLITUDE) for f in thd] + \
-        [("pass", f, STEP_SECONDS, STEP_AMPLITUDE) for f in passband] + \
-        [("transition", f, STEP_SECONDS, STEP_AMPLITUDE) for f in transition] + \
-        [("stop", f, STEP_SECONDS, STEP_AMPLITUDE) for f in stop]
+    segments = [("thd", f, THD_SECONDS, THD_LEVEL * depth.full) for f in thd] + \
+        [("pass", f, STEP_SECONDS, STEP_LEVEL * depth.full) for f in passband] + \
+        [("transition", f, STEP_SECONDS, STEP_LEVEL * depth.full) for f in transition] + \
+        [("stop", f, STEP_SECONDS, STEP_LEVEL * depth.full) for f in stop]
     for kind, f, seconds, amplitude in segments:
         length = round(seconds * in_rate) / in_rate
         layout.append((kind, f, at, length, amplitude))
@@ -145,8 +189,8 @@ def pair_layout(in_rate, out_rate):
     return layout
 
 
-def render(layout, rate, keep_below=None):
-    """The layout sampled at `rate` and rounded to 16 bits, with 0.2 s of
+def render(layout, rate, keep_below=None, depth=D16):
+    """The layout sampled at `rate` and rounded to the depth, with 0.2 s of
     silence after it. keep_below: drop tones at or above this frequency (an
     ideal converter's output)."""
     total = layout[-1][2] + layout[-1][3] + 0.2
@@ -159,29 +203,32 @@ def render(layout, rate, keep_below=None):
             x[inside] += amplitude * pulse(tau - length / 2, f)
         elif keep_below is None or f < keep_below:
             x[inside] += amplitude * np.sin(2 * np.pi * f * tau) * fade(tau, length)
-    return np.round(x).astype(np.int16)
+    return (np.round(x / depth.quantum) * depth.quantum).astype(depth.dtype)
 
 
-def ideal_convert(x, in_rate, out_rate):
+def ideal_convert(x, in_rate, out_rate, depth=D16):
     """x converted in double precision by a filter far better than the job
     asks: a Kaiser-windowed sinc 64 lower-rate samples a side (beta 12:
     flat within 1e-6 to 0.47, 120 dB down from 0.53 of the lower rate),
-    then rounded to 16 bits. Its output lines up with the input (no delay)."""
+    then rounded to 16 bits; for 24-bit material 160 samples a side (beta
+    22: 180 dB down from 0.53), kept at S32 precision, as a converter with
+    S32 output can. Its output lines up with the input (no delay)."""
     g = math.gcd(in_rate, out_rate)
     up, down = out_rate // g, in_rate // g
     low = min(in_rate, out_rate)
     per_low = up * in_rate / low          # filter samples per lower-rate sample
-    half = int(64 * per_low)
+    half = int((64 if depth.bits == 16 else 160) * per_low)
     t = np.arange(-half, half + 1) / per_low
-    h = np.sinc(t) * np.kaiser(2 * half + 1, 12.0)
+    h = np.sinc(t) * np.kaiser(2 * half + 1, 12.0 if depth.bits == 16 else 22.0)
     y = scipy.signal.resample_poly(x.astype(float), up, down, window=h / h.sum())
-    return np.clip(np.round(y), -32768, 32767)
+    top = np.iinfo(depth.dtype).max
+    return np.clip(np.round(y), -top - 1, top)
 
 
 def write_wav(path, samples, rate):
     with wave.open(path, "wb") as w:
         w.setnchannels(1)
-        w.setsampwidth(2)
+        w.setsampwidth(samples.dtype.itemsize)
         w.setframerate(rate)
         w.writeframes(samples.tobytes())
 
@@ -202,11 +249,19 @@ class Runner:
             if os.path.exists(os.path.join(build, name)):
                 os.symlink(os.path.join(build, name), os.path.join(self.plugins, name))
 
-    def convert(self, converter, src, out_rate, period=None):
+    def convert(self, converter, src, out_rate, period=None, depth=D16):
         """Output samples and, through aplay, the (client, slave) period
-        sizes; None and the reason when the converter refuses."""
+        sizes; None and the reason when the converter refuses. With 24-bit
+        material the stream and the device are S32."""
         job = tempfile.mkdtemp(dir=self.work, prefix="job")
         try:
+            if converter == "sox":
+                out = os.path.join(job, "out.raw")
+                run = subprocess.run(["sox", "-D", src, "-t", "s32", out, "rate", "-v", str(out_rate)],
+                                     capture_output=True, text=True)
+                if run.returncode != 0:
+                    return None, None, run.stderr.strip().splitlines()[-1:]
+                return np.fromfile(out, dtype=np.int32).astype(float), None, None
             if converter == "sinc":
                 wav = os.path.join(job, "out.wav")
                 run = subprocess.run([os.path.join(self.build, "tools", "skelda_convert"), "-q",
@@ -222,7 +277,7 @@ class Runner:
             with open(conf, "w") as f:
                 f.write(f'pcm.measured {{ type rate converter "{converter}" slave {{ pcm {{ '
                         f'type file slave.pcm "null" file "{out}" format "raw" }} '
-                        f'rate {out_rate} }} }}\n')
+                        f'rate {out_rate} format {depth.alsa_format} }} }}\n')
             env = dict(os.environ, ALSA_PLUGIN_DIR=self.plugins,
                        ALSA_CONFIG_PATH=f"/usr/share/alsa/alsa.conf:{conf}")
             cmd = ["aplay", "-v", "-D", "measured"]
@@ -235,7 +290,7 @@ class Runner:
             sizes = [int(v) for v in re.findall(r"period_size\s*:\s*(\d+)",
                                                 run.stdout + run.stderr)]
             periods = (sizes[0], sizes[1]) if len(sizes) >= 2 else None
-            return np.fromfile(out, dtype=np.int16).astype(float), periods, None
+            return np.fromfile(out, dtype=depth.dtype).astype(float), periods, None
         finally:
             shutil.rmtree(job, ignore_errors=True)
 
@@ -306,13 +361,18 @@ def thdn_db(amplitude, residual):
     return 10 * np.log10(max(np.mean(residual ** 2), 1e-20) / (amplitude ** 2 / 2))
 
 
-def line_amplitudes(x, rate):
+def line_amplitudes(x, rate, depth=D16):
     """Sine amplitudes seen through a 4-term Blackman-Harris window
-    (sidelobes at -92 dB), zero-padded four times."""
+    (sidelobes at -92 dB), or for 24-bit material a Kaiser window of beta 40
+    (sidelobes below -300 dB, main lobe 13 bins either way), zero-padded
+    four times."""
     n = len(x)
     k = np.arange(n) / n
-    w = (0.35875 - 0.48829 * np.cos(2 * np.pi * k) + 0.14128 * np.cos(4 * np.pi * k)
-         - 0.01168 * np.cos(6 * np.pi * k))
+    if depth.bits == 16:
+        w = (0.35875 - 0.48829 * np.cos(2 * np.pi * k) + 0.14128 * np.cos(4 * np.pi * k)
+             - 0.01168 * np.cos(6 * np.pi * k))
+    else:
+        w = np.kaiser(n, 40.0)
     pad = 1 << int(np.ceil(np.log2(n * 4)))
     return (np.fft.rfftfreq(pad, 1 / rate),
             2 * np.abs(np.fft.rfft((x - x.mean()) * w, pad)) / w.sum())
@@ -323,16 +383,16 @@ def fold(f, rate):
     return np.minimum(f, rate - f)
 
 
-def strongest_spur(x, rate, in_rate, f, scale, tone_out, low):
+def strongest_spur(x, rate, in_rate, f, scale, tone_out, low, depth=D16):
     """The strongest image or alias of an input tone f: components at
     k in_rate +- f (k >= 1; and f itself when it is at or above the
     stopband edge) as the output's sampling folds them. `scale` maps input
     frequencies to the output's nominal frequency axis."""
-    bins, magnitudes = line_amplitudes(x, rate)
+    bins, magnitudes = line_amplitudes(x, rate, depth)
     # The frequencies are known to well under a bin: search one bin either
-    # way (a line 4 bins away leaks below -92 dB through the window).
+    # way (a line a main lobe away leaks below the window's sidelobes).
     near = rate / len(x) + 1.0
-    lobe = 4 * rate / len(x) + 5.0          # Blackman-Harris main lobe + slack
+    lobe = (4 if depth.bits == 16 else 13) * rate / len(x) + 5.0  # main lobe + slack
     candidates = [f] if f >= STOP_EDGE * low else []
     for k in range(1, 7):
         candidates += [k * in_rate - f, k * in_rate + f]
@@ -378,7 +438,7 @@ def measure_delay(y, out_rate, scale, layout_pulse):
     return lag / eff
 
 
-def analyse_pair_run(y, layout, in_rate, out_rate):
+def analyse_pair_run(y, layout, in_rate, out_rate, depth=D16):
     low = min(in_rate, out_rate)
     thd_rows = [entry for entry in layout if entry[0] == "thd"]
     # The 997 Hz tone gives the stream's real ratio (alsa-lib's period
@@ -401,7 +461,7 @@ def analyse_pair_run(y, layout, in_rate, out_rate):
             result["thdn"].append((f, thdn_db(amp, residual)))
             continue
         gain = 20 * np.log10(max(amp, 1e-9) / amplitude) if tone_out is not None else np.nan
-        spur = strongest_spur(residual, out_rate, in_rate, f, scale, fo, low)
+        spur = strongest_spur(residual, out_rate, in_rate, f, scale, fo, low, depth)
         result["gain"].append((kind, f, gain))
         # An output of digital silence gives no floor: shown as -200 dB.
         level = np.nan if spur is None else 20 * np.log10(max(spur, 1e-10 * amplitude) / amplitude)
@@ -463,12 +523,14 @@ def analyse_period_run(y, in_rate, out_rate, n_in, out_period):
 # alsa-lib's give the same curves, so one is drawn dashed over the other.
 STYLES = {"skelda_hq": ("tab:red", "-", 2.2), "skelda": ("tab:orange", "-", 3.0),
           "speexrate": ("tab:blue", "-", 1.4), "samplerate": ("tab:green", "-", 1.4),
+          "samplerate_medium": ("tab:olive", "-", 1.4), "samplerate_best": ("tab:brown", "-", 1.4),
+          "sox rate -v (offline)": ("tab:pink", "--", 1.4),
           "alsa linear": ("black", "--", 1.2),
           "skelda sinc (offline)": ("tab:purple", ":", 1.8),
-          IDEAL: ("tab:cyan", "-", 0.8)}
+          IDEAL: ("tab:cyan", "-", 0.8), IDEAL_24: ("tab:cyan", "-", 0.8)}
 
 
-def plot_pair(in_rate, out_rate, results, path):
+def plot_pair(in_rate, out_rate, results, path, depth=D16):
     low = min(in_rate, out_rate)
     fig, (wide, zoom, spur) = plt.subplots(3, 1, figsize=(11, 11),
                                            height_ratios=[1, 1, 1.3])
@@ -490,8 +552,10 @@ def plot_pair(in_rate, out_rate, results, path):
             sx.insert(stop_from[0], np.nan)
             sy.insert(stop_from[0], np.nan)
         sx, sy = np.array(sx), np.array(sy)
-        spur.plot(sx, np.maximum(sy, -138), **dict(look, label="_"))
-    fig.suptitle(f"{in_rate} Hz -> {out_rate} Hz through alsa-lib's rate plugin", fontsize=13)
+        spur.plot(sx, np.maximum(sy, depth.plot_floor), **dict(look, label="_"))
+    material = "16-bit" if depth.bits == 16 else "24-bit material in S32"
+    fig.suptitle(f"{in_rate} Hz -> {out_rate} Hz through alsa-lib's rate plugin, {material}",
+                 fontsize=13)
     wide.set_title("gain of -6 dBFS sines")
     wide.set_ylim(-10, 1)
     zoom.set_title("the same, zoomed to +-0.5 dB")
@@ -503,9 +567,9 @@ def plot_pair(in_rate, out_rate, results, path):
         axis.text(PASS_EDGE * low / 1000, axis.get_ylim()[1], "0.45 x lower rate ",
                   fontsize=8, ha="right", va="top", color="dimgrey")
     spur.set_title("strongest image or alias of each tone, in the output (dB re the tone; "
-                   "-138: nothing measurable)")
+                   f"{depth.plot_floor}: nothing measurable)")
     spur.set_ylabel("dB re tone")
-    spur.set_ylim(-140, 5)
+    spur.set_ylim(depth.plot_floor - 2, 5)
     spur.set_xlim(0, 0.5 * in_rate / 1000)
     if STOP_EDGE * low < 0.5 * in_rate:
         spur.axvline(STOP_EDGE * low / 1000, color="grey", linestyle=":", linewidth=1)
@@ -552,160 +616,110 @@ def source_revision():
     return head + (" with uncommitted changes to the library" if dirty else "")
 
 
-def main():
-    begun = time.monotonic()
-    build, out_dir = os.path.abspath(sys.argv[1]), os.path.abspath(sys.argv[2])
-    os.makedirs(out_dir, exist_ok=True)
-    work = tempfile.mkdtemp(prefix="skelda-quality-")
-    notes = []
-    converters = list(CONVERTERS)
-    if not hq_available(build):
-        log("skelda_hq not built")
-        notes.append(f"skelda_hq not built (no {HQ_ENTRY} in {build}): its rows are missing.")
-        converters = [c for c in converters if c[0] != "skelda_hq"]
-    runner = Runner(build, work)
-    try:
-        pool = concurrent.futures.ThreadPoolExecutor(max(1, min(2, os.cpu_count() or 1)))
-        # Main runs: one stepped signal per pair through every converter.
-        jobs = {}
-        layouts = {}
-        for pair in PAIRS:
-            layout = pair_layout(*pair)
-            src = os.path.join(work, f"pair_{pair[0]}_{pair[1]}.wav")
-            write_wav(src, render(layout, pair[0]), pair[0])
-            layouts[pair] = layout
-            for label, name in converters:
-                if supports(name, *pair):
-                    jobs[(label, pair)] = pool.submit(runner.convert, name, src, pair[1])
-        # Period-size runs: a 997 Hz tone with forced client periods.
-        period_jobs = {}
-        for pair in PERIOD_PAIRS:
-            n_in = int(PERIOD_RUN_SECONDS * pair[0])
-            tone = THD_AMPLITUDE * np.sin(2 * np.pi * 997.0 * np.arange(n_in) / pair[0])
-            src = os.path.join(work, f"tone_{pair[0]}_{pair[1]}.wav")
-            write_wav(src, np.round(tone).astype(np.int16), pair[0])
-            for label, name in converters:
-                if label not in PERIOD_CONVERTERS or not supports(name, *pair):
-                    continue
-                for period in PERIOD_SIZES:
-                    period_jobs[(label, pair, period)] = (
-                        n_in, pool.submit(runner.convert, name, src, pair[1], period))
+def measure_pairs(runner, pool, work, converters, pairs, depth):
+    """Runs each pair's stepped signal through every converter; returns the
+    layouts and the jobs (label, pair) -> future."""
+    jobs, layouts = {}, {}
+    for pair in pairs:
+        layout = pair_layout(*pair, depth)
+        src = os.path.join(work, f"pair_{depth.bits}_{pair[0]}_{pair[1]}.wav")
+        write_wav(src, render(layout, pair[0], depth=depth), pair[0])
+        layouts[pair] = layout
+        for label, name in converters:
+            if supports(name, *pair):
+                jobs[(label, pair)] = pool.submit(runner.convert, name, src, pair[1], None, depth)
+    return layouts, jobs
 
-        results = {}
-        # The floor of every measurement: what an ideal converter gives once
-        # its output is rounded to 16 bits.
-        for pair in PAIRS:
-            ideal = render(layouts[pair], pair[1], keep_below=0.5 * pair[1]).astype(float)
-            results[(IDEAL, pair)] = analyse_pair_run(ideal, layouts[pair], *pair)
-            ideal_input = ideal_convert(render(layouts[pair], pair[0]), *pair)
-            results[(IDEAL_INPUT, pair)] = analyse_pair_run(ideal_input, layouts[pair], *pair)
-        for (label, pair), job in jobs.items():
-            y, _, error = job.result()
-            if y is None:
-                log(f"{label} {pair_name(pair)}: refused ({' '.join(error or [])})")
-                continue
-            try:
-                results[(label, pair)] = analyse_pair_run(y, layouts[pair], *pair)
-            except (ValueError, IndexError, np.linalg.LinAlgError) as e:
-                log(f"{label} {pair_name(pair)}: no usable output ({e})")
-        period_results = {}
-        for (label, pair, period), (n_in, job) in period_jobs.items():
-            y, periods, error = job.result()
-            if y is None:
-                log(f"{label} {pair_name(pair)} period {period}: refused "
-                    f"({' '.join(error or [])})")
-                continue
-            thdn, worst, seam = analyse_period_run(y, *pair, n_in,
-                                                     periods[1] if periods else None)
-            expected = None
-            if periods:
-                # aplay pads the last period with silence.
-                expected = -(-n_in // periods[0]) * periods[1]
-            period_results[(label, pair, period)] = (periods, len(y), expected, thdn, worst,
-                                                     seam)
-        pool.shutdown()
-    finally:
-        shutil.rmtree(work, ignore_errors=True)
 
-    labels = [label for label, _ in converters] + [IDEAL_INPUT, IDEAL]
-    for pair in PAIRS:
-        series = [(label, results[(label, pair)]) for label in labels if (label, pair) in results]
-        plot_pair(*pair, series, os.path.join(out_dir, f"response_{pair[0]}_{pair[1]}.png"))
+def measure_periods(runner, pool, work, converters, runs, depth):
+    """A second of 997 Hz with forced client periods: (label, pair, period)
+    -> (input frames, future)."""
+    jobs = {}
+    for pair, period in runs:
+        n_in = int(PERIOD_RUN_SECONDS * pair[0])
+        tone = THD_LEVEL * depth.full * np.sin(2 * np.pi * 997.0 * np.arange(n_in) / pair[0])
+        src = os.path.join(work, f"tone_{depth.bits}_{pair[0]}_{pair[1]}.wav")
+        write_wav(src, (np.round(tone / depth.quantum) * depth.quantum).astype(depth.dtype), pair[0])
+        for label, name in converters:
+            if supports(name, *pair):
+                jobs[(label, pair, period)] = (n_in, pool.submit(runner.convert, name, src, pair[1],
+                                                                 period, depth))
+    return jobs
 
-    out = ["# Conversion quality through alsa-lib", ""]
-    out += [f"Every converter runs in alsa-lib's `rate` plugin, driven by aplay into a "
-            f"`file` PCM over `null` (\"skelda sinc (offline)\" through skelda_convert "
-            f"--sinc instead); 16-bit output. \"-\": the converter refused the rates "
-            f"(plain skelda announces 8000-48000 Hz only). \"{IDEAL}\": the exact output "
-            f"rounded to 16 bits, put through the same analysis. \"{IDEAL_INPUT}\": the "
-            f"16-bit input the converters get, converted in double precision (Kaiser-windowed "
-            f"sinc, 120 dB down from 0.53 of the lower rate) and rounded once: the input's "
-            f"own rounding noise in the passband plus one more rounding, the best any "
-            f"converter can do from it. Sources: "
-            f"{source_revision()}; build: {os.path.basename(build)}.", ""]
-    out += [f"Note: {n}" for n in notes] + ([""] if notes else [])
-    header = ["converter", "tone"] + [pair_name(p) for p in PAIRS]
 
-    out += ["## THD+N (dB re tone, whole output band; -1 dBFS tones, fitted frequency, "
-            "0.5 s without the first and last 50 ms)", ""]
+def collect_pairs(jobs, layouts, depth):
+    results = {}
+    for (label, pair), job in jobs.items():
+        y, _, error = job.result()
+        if y is None:
+            log(f"{label} {pair_name(pair)} ({depth.bits}-bit): refused ({' '.join(error or [])})")
+            continue
+        try:
+            results[(label, pair)] = analyse_pair_run(y, layouts[pair], *pair, depth)
+        except (ValueError, IndexError, np.linalg.LinAlgError) as e:
+            log(f"{label} {pair_name(pair)}: no usable output ({e})")
+    return results
+
+
+def collect_periods(jobs):
+    results = {}
+    for (label, pair, period), (n_in, job) in jobs.items():
+        y, periods, error = job.result()
+        if y is None:
+            log(f"{label} {pair_name(pair)} period {period}: refused ({' '.join(error or [])})")
+            continue
+        thdn, worst, seam = analyse_period_run(y, *pair, n_in, periods[1] if periods else None)
+        expected = None
+        if periods:
+            # aplay pads the last period with silence.
+            expected = -(-n_in // periods[0]) * periods[1]
+        results[(label, pair, period)] = (periods, len(y), expected, thdn, worst, seam)
+    return results
+
+
+def thdn_table(labels, pairs, results):
+    header = ["converter", "tone"] + [pair_name(p) for p in pairs]
     rows = []
     for label in labels:
-        for i, tone in enumerate(["997 Hz", "6000 Hz", "0.4 x lower rate"]):
+        for i, tone in enumerate(["997 Hz", "6 kHz (0.3 x lower rate below 13.4 kHz)",
+                                  "0.4 x lower rate"]):
             row = [label, tone]
-            for pair in PAIRS:
+            for pair in pairs:
                 r = results.get((label, pair))
-                row.append(cell(r["thdn"][i][1] if r else None, "{:.1f}"))
+                row.append(cell(-r["thdn"][i][1] if r else None, "{:.1f}"))
             rows.append(row)
-    out += [table(header, rows), ""]
+    return table(header, rows)
 
-    out += ["## Forced period sizes (`aplay --period-size=N`): 1 s of 997 Hz at -1 dBFS", "",
-            "Frames: output file frames / periods played x output period size "
-            "(aplay pads the last period with silence). Windows: THD+N of "
-            f"{SEAM_WINDOW_SECONDS * 1000:.0f} ms windows (at most a third of an output "
-            "period), each fitted on its own at the run's frequency: the worst anywhere "
-            "(hop half a window), and the median over the output period boundaries of the "
-            "window centred on the boundary / the windows just before and after it. Seam: "
-            f"the centred window {SEAM_MARGIN_DB:.0f} dB or more worse than its "
-            "neighbours.", ""]
+
+def period_table(labels, runs, results):
     rows = []
-    for label in PERIOD_CONVERTERS:
-        for pair in PERIOD_PAIRS:
-            for period in PERIOD_SIZES:
-                r = period_results.get((label, pair, period))
-                if r is None:
-                    if label in labels:
-                        rows.append([label, pair_name(pair), str(period)] + ["-"] * 7)
-                    continue
-                periods, frames, expected, thdn, worst, seam = r
-                ok = "" if expected is None else (" ok" if frames == expected else " MISMATCH")
-                verdict = "?" if seam is None else (
-                    "yes" if seam[0] - seam[1] >= SEAM_MARGIN_DB else "no")
-                rows.append([label, pair_name(pair), str(period),
-                             f"{periods[0]} -> {periods[1]}" if periods else "?",
-                             f"{frames} / {cell(expected, '{}')}{ok}", f"{thdn:.1f}",
-                             f"{worst:.1f}",
-                             "-" if seam is None else f"{seam[0]:.1f} / {seam[1]:.1f}", verdict])
-    out += [table(["converter", "pair", "--period-size", "periods (frames in -> out)",
-                   "frames (got / expected)", "THD+N 997 Hz (dB)", "worst window (dB)",
-                   "boundary / beside windows (dB)", "seam"], rows), ""]
+    for label in labels:
+        for pair, period in runs:
+            r = results.get((label, pair, period))
+            if r is None:
+                rows.append([label, pair_name(pair), str(period)] + ["-"] * 6)
+                continue
+            periods, frames, expected, thdn, worst, seam = r
+            ok = "" if expected is None else (" ok" if frames == expected else " MISMATCH")
+            verdict = "?" if seam is None else ("yes" if seam[0] - seam[1] >= SEAM_MARGIN_DB else "no")
+            rows.append([label, pair_name(pair), str(period),
+                         f"{periods[0]} -> {periods[1]}" if periods else "?",
+                         f"{frames} / {cell(expected, '{}')}{ok}", f"{-thdn:.1f}", f"{-worst:.1f}",
+                         "-" if seam is None else f"{-seam[0]:.1f} / {-seam[1]:.1f}", verdict])
+    return table(["converter", "pair", "--period-size", "periods (frames in -> out)",
+                  "frames (got / expected)", "THD+N 997 Hz (dB below)", "worst window (dB below)",
+                  "boundary / beside windows (dB below)", "seam"], rows)
 
-    header = ["converter"] + [pair_name(p) for p in PAIRS]
-    out += ["## Passband: largest deviation from 0 dB up to 0.45 x the lower rate (dB, "
-            "and the tone where it occurs; -6 dBFS stepped sines)", ""]
+
+def response_tables(labels, pairs, results):
+    """Passband, rejection and delay, one table each."""
+    header = ["converter"] + [pair_name(p) for p in pairs]
 
     def deviation(key):
         if key not in results:
             return "-"
         dev, f = results[key]["passband_dev"]
         return f"{dev:.3f} ({f / 1000:.1f} kHz)" if dev >= 0.01 else f"{dev:.3f}"
-
-    rows = [[label] + [deviation((label, p)) for p in PAIRS] for label in labels]
-    out += [table(header, rows), ""]
-
-    out += ["## Image/alias rejection (dB below the tone, worst case): the strongest image "
-            "of tones up to 0.45 x the lower rate and the strongest alias of tones from "
-            "0.55 x the lower rate up to the input's Nyquist. \"silent\": every such output "
-            "rounded to digital zero.", ""]
 
     def rejection(key):
         if key not in results:
@@ -714,16 +728,126 @@ def main():
         # -200 dB stands for an output of digital silence.
         return "silent" if value >= 199 else cell(value, "{:.1f}")
 
-    rows = [[label] + [rejection((label, p)) for p in PAIRS] for label in labels]
+    out = ["### Passband: largest deviation from 0 dB up to 0.45 x the lower rate (dB, "
+           "and the tone where it occurs; -6 dBFS stepped sines)", ""]
+    out += [table(header, [[label] + [deviation((label, p)) for p in pairs] for label in labels]), ""]
+    out += ["### Image/alias rejection (dB below the tone, worst case): the strongest image "
+            "of tones up to 0.45 x the lower rate and the strongest alias of tones from "
+            "0.55 x the lower rate up to the input's Nyquist. \"silent\": every such output "
+            "rounded to digital zero.", ""]
+    out += [table(header, [[label] + [rejection((label, p)) for p in pairs] for label in labels]), ""]
+    out += ["### Group delay (ms; cross-correlation of a band-limited pulse with the output)", ""]
+    rows = [[label] + [cell(results[(label, p)]["delay_ms"] if (label, p) in results else None,
+                            "{:.3f}") for p in pairs] for label in labels]
     out += [table(header, rows), ""]
+    return out
 
-    out += ["## Group delay (ms; cross-correlation of a band-limited pulse with the output)",
-            ""]
-    rows = [[label] + [cell(results[(label, p)]["delay_ms"] if (label, p) in results
-                            else None, "{:.3f}") for p in PAIRS] for label in labels]
-    out += [table(header, rows), ""]
-    out += [f"Response plots: {', '.join(f'response_{p[0]}_{p[1]}.png' for p in PAIRS)}. "
-            f"Measured in {time.monotonic() - begun:.0f} s.", ""]
+
+def main():
+    begun = time.monotonic()
+    build, out_dir = os.path.abspath(sys.argv[1]), os.path.abspath(sys.argv[2])
+    os.makedirs(out_dir, exist_ok=True)
+    work = tempfile.mkdtemp(prefix="skelda-quality-")
+    notes = []
+    converters, converters_24 = list(CONVERTERS), list(CONVERTERS_24)
+    if not hq_available(build):
+        log("skelda_hq not built")
+        notes.append(f"skelda_hq not built (no {HQ_ENTRY} in {build}): its rows are missing.")
+        converters = [c for c in converters if c[0] != "skelda_hq"]
+        converters_24 = [c for c in converters_24 if c[0] != "skelda_hq"]
+    runner = Runner(build, work)
+    try:
+        pool = concurrent.futures.ThreadPoolExecutor(max(1, min(2, os.cpu_count() or 1)))
+        layouts, jobs = measure_pairs(runner, pool, work, converters, PAIRS, D16)
+        period_jobs = measure_periods(
+            runner, pool, work, [c for c in converters if c[0] in PERIOD_CONVERTERS],
+            [(pair, period) for pair in PERIOD_PAIRS for period in PERIOD_SIZES], D16)
+        layouts_24, jobs_24 = measure_pairs(runner, pool, work, converters_24, PAIRS_24, D24)
+        period_jobs_24 = measure_periods(
+            runner, pool, work, [c for c in converters_24 if c[0] in PERIOD_CONVERTERS_24],
+            PERIOD_RUNS_24, D24)
+
+        # The floor of every measurement: what an ideal converter gives once
+        # its output is rounded to 16 bits, and what one gives from the very
+        # input the converters get.
+        results = {}
+        for pair in PAIRS:
+            ideal = render(layouts[pair], pair[1], keep_below=0.5 * pair[1]).astype(float)
+            results[(IDEAL, pair)] = analyse_pair_run(ideal, layouts[pair], *pair)
+            ideal_input = ideal_convert(render(layouts[pair], pair[0]), *pair)
+            results[(IDEAL_INPUT, pair)] = analyse_pair_run(ideal_input, layouts[pair], *pair)
+        results.update(collect_pairs(jobs, layouts, D16))
+        period_results = collect_periods(period_jobs)
+        results_24 = {}
+        for pair in PAIRS_24:
+            ideal_input = ideal_convert(render(layouts_24[pair], pair[0], depth=D24), *pair, D24)
+            results_24[(IDEAL_24, pair)] = analyse_pair_run(ideal_input, layouts_24[pair], *pair, D24)
+        results_24.update(collect_pairs(jobs_24, layouts_24, D24))
+        period_results_24 = collect_periods(period_jobs_24)
+        pool.shutdown()
+    finally:
+        shutil.rmtree(work, ignore_errors=True)
+
+    labels = [label for label, _ in converters] + [IDEAL_INPUT, IDEAL]
+    for pair in PAIRS:
+        series = [(label, results[(label, pair)]) for label in labels if (label, pair) in results]
+        plot_pair(*pair, series, os.path.join(out_dir, f"response_{pair[0]}_{pair[1]}.png"))
+    labels_24 = [label for label, _ in converters_24] + [IDEAL_24]
+    for pair in PAIRS_24:
+        series = [(label, results_24[(label, pair)]) for label in labels_24 if (label, pair) in results_24]
+        plot_pair(*pair, series, os.path.join(out_dir, f"response24_{pair[0]}_{pair[1]}.png"), D24)
+
+    out = ["# Conversion quality through alsa-lib", ""]
+    out += [f"Every converter runs in alsa-lib's `rate` plugin, driven by aplay into a "
+            f"`file` PCM over `null` (\"skelda sinc (offline)\" through skelda_convert "
+            f"--sinc, \"sox rate -v (offline)\" through sox on the files instead). "
+            f"Sources: {source_revision()}; build: {os.path.basename(build)}.", ""]
+    out += [f"Note: {n}" for n in notes] + ([""] if notes else [])
+
+    out += ["## 16-bit material", "",
+            f"16-bit streams into a 16-bit device. \"-\": the converter refused the rates "
+            f"(plain skelda announces 8000-48000 Hz only). \"{IDEAL}\": the exact output "
+            f"rounded to 16 bits, put through the same analysis. \"{IDEAL_INPUT}\": the "
+            f"16-bit input the converters get, converted in double precision (Kaiser-windowed "
+            f"sinc, 120 dB down from 0.53 of the lower rate) and rounded once: the input's "
+            f"own rounding noise in the passband plus one more rounding, the best any "
+            f"converter can do from it.", ""]
+    out += ["### THD+N (dB below the tone, whole output band; -1 dBFS tones, fitted frequency, "
+            "0.5 s without the first and last 50 ms)", ""]
+    out += [thdn_table(labels, PAIRS, results), ""]
+    out += ["### Forced period sizes (`aplay --period-size=N`): 1 s of 997 Hz at -1 dBFS", "",
+            "Frames: output file frames / periods played x output period size "
+            "(aplay pads the last period with silence). Windows: THD+N of "
+            f"{SEAM_WINDOW_SECONDS * 1000:.0f} ms windows (at most a third of an output "
+            "period), each fitted on its own at the run's frequency: the worst anywhere "
+            "(hop half a window), and the median over the output period boundaries of the "
+            "window centred on the boundary / the windows just before and after it. Seam: "
+            f"the centred window {SEAM_MARGIN_DB:.0f} dB or more worse than its "
+            "neighbours.", ""]
+    out += [period_table([label for label in PERIOD_CONVERTERS if label in labels],
+                         [(pair, period) for pair in PERIOD_PAIRS for period in PERIOD_SIZES],
+                         period_results), ""]
+    out += response_tables(labels, PAIRS, results)
+
+    out += ["## 24-bit material", "",
+            "-1 dBFS tones and -6 dBFS stepped sines rounded to 24 bits, in S32 streams "
+            "(aplay on 32-bit WAV files) into an S32 device; alsa-lib hands each converter "
+            "the nearest format it announces (speexrate: S16, so its input loses 8 bits). "
+            f"\"{IDEAL_24}\": that very input converted in double precision (Kaiser-windowed "
+            "sinc, 180 dB down from 0.53 of the lower rate) and kept at S32 precision: the "
+            "input's own rounding noise in the passband, the best any converter with S32 "
+            "output can do from it (about 145 dB for a -1 dBFS tone). Images and aliases are "
+            "measured through a Kaiser window of beta 40 (sidelobes below -300 dB).", ""]
+    out += ["### THD+N (dB below the tone, whole output band)", ""]
+    out += [thdn_table(labels_24, PAIRS_24, results_24), ""]
+    out += ["### Forced period sizes, 24-bit 997 Hz at -1 dBFS", ""]
+    out += [period_table([label for label in PERIOD_CONVERTERS_24 if label in labels_24],
+                         PERIOD_RUNS_24, period_results_24), ""]
+    out += response_tables(labels_24, PAIRS_24, results_24)
+
+    plots = [f"response_{p[0]}_{p[1]}.png" for p in PAIRS] + \
+        [f"response24_{p[0]}_{p[1]}.png" for p in PAIRS_24]
+    out += [f"Response plots: {', '.join(plots)}. Measured in {time.monotonic() - begun:.0f} s.", ""]
     text = "\n".join(out)
     with open(os.path.join(out_dir, "table.md"), "w") as f:
         f.write(text)
