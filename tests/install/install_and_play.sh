@@ -37,6 +37,17 @@ rate=$(soxi -r "$stage/out.wav")
 [ "$rate" = 22050 ] || { echo "FAIL: output rate $rate"; exit 1; }
 echo "installed plugin converted $(soxi -s "$stage/in.wav") frames at 44100 Hz to $(soxi -s "$stage/out.wav") frames at $rate Hz"
 
+# The snippet's "skelda_hq" with its DITHER argument, on a 24-bit file: the
+# 32-bit resampler runs, with the option taken from the compound.
+sox -q -D -n -r 44100 -c 2 -b 24 "$stage/in24.wav" synth 1 sine 1000 vol 0.5
+ALSA_PLUGIN_DIR="$stage$plugindir" \
+ALSA_CONFIG_PATH="/usr/share/alsa/alsa.conf:$stage/usr/share/alsa/alsa.conf.d/10-skelda.conf:$stage/tofile.conf" \
+  LD_PRELOAD="${SKELDA_SANITIZER_PRELOAD:-}" aplay -v -D 'skelda_hq:SLAVE=tofile,RATE=48000,DITHER=yes' "$stage/in24.wav" \
+  >"$stage/aplay24.log" 2>&1 || { cat "$stage/aplay24.log"; echo "FAIL: aplay skelda_hq"; exit 1; }
+grep -q 'RSMPL HQ Converter: 44100 -> 48000 Hz, 2 channels, 32-bit windowed sinc.*, dither$' "$stage/aplay24.log" \
+  || { cat "$stage/aplay24.log"; echo "FAIL: skelda_hq did not run its 32-bit path with dither"; exit 1; }
+echo "installed skelda_hq converted 24-bit audio through its 32-bit path, dither on"
+
 # A program linking libskelda through the installed pkg-config file and
 # headers (the sysroot prefix points pkg-config into the staging tree).
 export PKG_CONFIG_SYSROOT_DIR="$stage" PKG_CONFIG_PATH="$(dirname "$(find "$stage" -name skelda.pc)")"
@@ -54,3 +65,11 @@ cc -std=c99 -Wall -Werror -o "$stage/hq_example" "$(dirname "$0")/../../examples
   $(pkg-config --cflags --libs skelda) -lm || { echo "FAIL: hq example does not build"; exit 1; }
 LD_PRELOAD="${SKELDA_SANITIZER_PRELOAD:-}" LD_LIBRARY_PATH="$libdir" "$stage/hq_example" | tee "$stage/hq.log"
 grep -q '^44100 frames in, 48000 out' "$stage/hq.log" || { echo "FAIL: hq example did not run"; exit 1; }
+
+# The 32-bit resampler's example: a second at 96000 Hz gives exactly one at
+# 44100 Hz, within a 24-bit step of the ideal tone.
+cc -std=c99 -Wall -Werror -o "$stage/hq32_example" "$(dirname "$0")/../../examples/hq32_example.c" \
+  $(pkg-config --cflags --libs skelda) -lm || { echo "FAIL: hq32 example does not build"; exit 1; }
+LD_PRELOAD="${SKELDA_SANITIZER_PRELOAD:-}" LD_LIBRARY_PATH="$libdir" "$stage/hq32_example" | tee "$stage/hq32.log"
+grep -q '^96000 frames in, 44100 out, largest error 0\.[0-9]* of a 24-bit step' "$stage/hq32.log" \
+  || { echo "FAIL: hq32 example did not run"; exit 1; }
