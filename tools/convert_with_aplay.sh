@@ -7,7 +7,9 @@
 #   tools/convert_with_aplay.sh                  generated test signals, several rate pairs
 #   tools/convert_with_aplay.sh IN.wav RATE...   IN.wav converted to each RATE
 #   CONVERTER=skelda_hq tools/convert_with_aplay.sh IN.wav RATE...
+#   DEVICE_FORMAT=S32_LE CONVERTER=skelda_hq tools/convert_with_aplay.sh IN24.wav RATE...
 #
+# DEVICE_FORMAT sets the device's sample format (default: the file's own).
 # Converted files are written to out/.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -21,10 +23,12 @@ mkdir -p out
 conf=$(mktemp /tmp/skelda-aplay-XXXXXX.conf)
 trap 'rm -f "$conf"' EXIT
 
-# convert IN RATE [CONVERTER]: one run of aplay through a rate PCM converting
-# to RATE with CONVERTER (skelda unless $CONVERTER says otherwise).
+# convert IN RATE [CONVERTER [FORMAT]]: one run of aplay through a rate PCM
+# converting to RATE with CONVERTER (skelda unless $CONVERTER says
+# otherwise), into a device of FORMAT (the file's unless $DEVICE_FORMAT says
+# otherwise).
 convert() {
-  local in=$1 rate=$2 converter=${3:-${CONVERTER:-skelda}}
+  local in=$1 rate=$2 converter=${3:-${CONVERTER:-skelda}} format=${4:-${DEVICE_FORMAT:-}}
   local name out log
   name=$(basename "${in%.*}")
   out="$root/out/${name}_to_${rate}_${converter}.wav"
@@ -36,15 +40,16 @@ pcm.skelda_file {
   slave {
     pcm { type file slave.pcm "null" file "$out" format "wav" }
     rate $rate
+    ${format:+format $format}
   }
 }
 CONF
   rm -f "$out"
   ALSA_PLUGIN_DIR="$root/build" ALSA_CONFIG_PATH="/usr/share/alsa/alsa.conf:$conf" \
     aplay -v -D skelda_file "$in" >"$log" 2>&1 || { cat "$log"; return 1; }
-  printf '%s (%s Hz, %s ch, %s frames) -> %s (%s Hz, %s frames)\n' \
-    "$in" "$(soxi -r "$in")" "$(soxi -c "$in")" "$(soxi -s "$in")" \
-    "out/$(basename "$out")" "$(soxi -r "$out")" "$(soxi -s "$out")"
+  printf '%s (%s Hz, %s ch, %s bits, %s frames) -> %s (%s Hz, %s bits, %s frames)\n' \
+    "$in" "$(soxi -r "$in")" "$(soxi -c "$in")" "$(soxi -b "$in")" "$(soxi -s "$in")" \
+    "out/$(basename "$out")" "$(soxi -r "$out")" "$(soxi -b "$out")" "$(soxi -s "$out")"
   printf '  %s\n' "$(grep -m1 -E 'RSMPL (HQ )?Converter:' "$log")"
 }
 
@@ -73,3 +78,9 @@ convert out/tones_44100.wav 48000 skelda_hq
 convert out/sweep_44100.wav 32000 skelda_hq
 convert out/hires_96000.wav 44100 skelda_hq
 convert out/voice_16000.wav 44100 skelda_hq
+
+# 24-bit material into a 32-bit device: skelda_hq keeps its 24 bits.
+sox -q -D -n -r 96000 -c 2 -b 24 out/hires24_96000.wav synth 3 sine 997 sine 15000 vol 0.5
+sox -q -D -n -r 44100 -c 2 -b 24 out/tones24_44100.wav synth 3 sine 440 sine 1000 vol 0.5
+convert out/hires24_96000.wav 44100 skelda_hq S32_LE
+convert out/tones24_44100.wav 48000 skelda_hq S32_LE
