@@ -30,7 +30,8 @@ bool state_ok(const RSMPL_HqState *st) {
     return false;
   const rsmpl::HqDirect direct = rsmpl::hq_direct(st->ratio_out, st->ratio_in, st->taps, st->line_cap);
   return st->direct == direct.d && st->active == direct.active &&
-         st->pair_stride == direct.stride && (direct.d == 0 || st->phases == st->ratio_out);
+         st->pair_stride == direct.stride && (direct.d == 0 || st->phases == st->ratio_out) &&
+         (st->folded == 0 || (st->folded == 1 && direct.d != 0 && st->ratio_out == 1));
 }
 
 bool ratio_ok(const RSMPL_HqState *st, uint32_t out_frames, uint32_t in_frames) {

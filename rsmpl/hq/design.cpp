@@ -148,28 +148,40 @@ bool hq_build_phases(RSMPL_HqState *st, uint32_t phases, uint32_t l, uint32_t m,
   st->direct = direct;
   st->active = active;
   st->pair_stride = design.stride;
+  st->folded = 0;
   if (direct != 0) hq_build_pairs(st, l, m);
   return true;
 }
 
 void hq_build_pairs(RSMPL_HqState *st, uint32_t l, uint32_t m) {
-  // Pair u = g M + j holds taps b and b + M counted back from the newest of
-  // the active window, b = 2 M g + j: (hi, hi) then (lo, lo).
-  const uint32_t taps = st->taps, active = st->active;
+  // Pair i groups + g holds taps b and b + M counted back from the newest of
+  // the active window, b = 2 M g + i: (hi, hi) then (lo, lo). Each i's pairs
+  // are consecutive, in the order the lane kernels take them.
+  const uint32_t taps = st->taps, active = st->active, groups = active / (2 * m);
   const uint32_t newest = (taps - active) / 2 + active - 1;
   int16_t *out = st->pair_coefficients();
   for (uint32_t q = 0; q < l; ++q) {
     const int16_t *hi = st->coefficients() + static_cast<size_t>(q) * 2 * taps;
     const int16_t *lo = hi + taps;
-    for (uint32_t g = 0; g < active / (2 * m); ++g)
-      for (uint32_t j = 0; j < m; ++j, out += 4) {
-        const uint32_t b = 2 * m * g + j;
+    for (uint32_t i = 0; i < m; ++i)
+      for (uint32_t g = 0; g < groups; ++g, out += 4) {
+        const uint32_t b = 2 * m * g + i;
         out[0] = hi[newest - b];
         out[1] = hi[newest - b - m];
         out[2] = lo[newest - b];
         out[3] = lo[newest - b - m];
       }
   }
+  // A decimating design is one phase, symmetric about its centre tap but for
+  // rounding; it folds when it is exactly so.
+  st->folded = 0;
+  if (l != 1 || (active / (2 * m)) % 2 != 0) return;
+  const int16_t *hi = st->coefficients(), *lo = hi + taps;
+  auto tap = [&](const int16_t *v, uint32_t b) { return v[newest - b]; };
+  bool folds = tap(hi, 0) == 0 && tap(lo, 0) == 0;
+  for (uint32_t b = 1; b < active && folds; ++b)
+    folds = tap(hi, b) == tap(hi, active - b) && tap(lo, b) == tap(lo, active - b);
+  st->folded = folds ? 1 : 0;
 }
 
 void hq_lines_from_pairs(RSMPL_HqState *st) {

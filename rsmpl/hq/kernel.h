@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The high-quality resampler's output loop, compiled once per instruction
 // set: only the inner products (`Dot::dot`, `Dot::frames` and `Dot::lanes`)
-// differ between builds (hq/kernels_scalar.cpp, x86/hq_*.cpp, arm/hq_*.cpp),
+// and the pair rows' fill (`Dot::row`) differ between builds (hq/kernels_scalar.cpp, x86/hq_*.cpp, arm/hq_*.cpp),
 // and inlining them here keeps the per-output cost to the multiplies
 // themselves. Everything sits in an unnamed namespace so that each build's
 // translation unit keeps its own copies.
@@ -10,6 +10,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 #include "rsmpl/fixed.h"
 #include "rsmpl/hq/kernels.h"
@@ -48,40 +49,108 @@ struct HqCursor {
 };
 
 // The lane kernel's plain form: for each of `Channels` channels (the second
-// one's pair rows `next` further on), lane j's sums over the tap pairs u =
-// g M + i (i < M, g < groups), pair rows[i] + 2 (j - 2 g) against coef + 4 u
-// (hi, hi, lo, lo), then the output step; channel k's eight outputs go to
-// out + 8 k.
+// one's pair rows `next` further on), lane j's sums over the tap pairs (i,
+// g) (i < M, g < groups), pair rows[i] + at + 2 (j - 2 g) against coef + 4
+// (i groups + g) (hi, hi, lo, lo), then the output step; lane j of channel k
+// goes to out[j out_step + k].
 template <int Channels>
-inline void hq_lanes_plain(const int16_t *const *rows, size_t next, uint32_t m, uint32_t groups,
-                           const int16_t *coef, uint32_t s, int16_t *out) {
+inline void hq_lanes_plain(const int16_t *const *rows, size_t at, size_t next, uint32_t m,
+                           uint32_t groups, const int16_t *coef, uint32_t s, int16_t *out,
+                           size_t out_step) {
   for (int k = 0; k < Channels; ++k)
     for (uint32_t j = 0; j < kHqLanes; ++j) {
       int64_t hi = 0, lo = 0;
       for (uint32_t i = 0; i < m; ++i)
         for (uint32_t g = 0; g < groups; ++g) {
-          const int16_t *x = rows[i] + k * next +
+          const int16_t *x = rows[i] + at + k * next +
                              2 * (static_cast<ptrdiff_t>(j) - 2 * static_cast<ptrdiff_t>(g));
-          const int16_t *c = coef + 4 * (static_cast<size_t>(g) * m + i);
+          const int16_t *c = coef + 4 * (static_cast<size_t>(i) * groups + g);
           hi += int32_t{x[0]} * c[0] + int32_t{x[1]} * c[1];
           lo += int32_t{x[0]} * c[2] + int32_t{x[1]} * c[3];
         }
-      out[kHqLanes * k + j] = hq_output(hi * (int64_t{1} << s) + lo, s + kHqHiShift);
+      out[j * out_step + k] = hq_output(hi * (int64_t{1} << s) + lo, s + kHqHiShift);
     }
+}
+
+// Lane j's frame of `Channels` outputs, t[j Channels..], to out[j out_step..]:
+// for lane kernels that compute into a block of their own.
+template <int Channels>
+inline void hq_store_lanes(const int16_t *t, int16_t *out, size_t out_step) {
+  for (uint32_t j = 0; j < kHqLanes; ++j, out += out_step)
+    std::memcpy(out, t + j * Channels, Channels * sizeof(int16_t));
+}
+
+// A row's plain form: `count` samples of `Channels` channels, x[0] (and
+// x[1]) then every `step` on, appended to a direct design's pair rows at
+// `pair` (the second channel's `next` further on) as pairs of each sample
+// and the one before it in the row, b0 (b1) for the first.
+template <int Channels>
+inline void hq_row_plain(int16_t *pair, size_t next, const int16_t *x, size_t step, uint32_t count,
+                         int16_t b0, int16_t b1) {
+  for (uint32_t k = 0; k < count; ++k, x += step, pair += 2) {
+    const int16_t both0[2] = {x[0], b0};  // one store each
+    std::memcpy(pair, both0, sizeof both0);
+    b0 = both0[0];
+    if constexpr (Channels == 2) {
+      const int16_t both1[2] = {x[1], b1};
+      std::memcpy(pair + next, both1, sizeof both1);
+      b1 = both1[0];
+    }
+  }
+}
+
+// Appends `take` frames to a direct design's pair rows (its lines wait
+// until the design changes, hq_set_ratio) row by row, two channels at a
+// time by Dot::row.
+template <class Dot>
+void hq_take_rows(RSMPL_HqState *st, const int16_t *src, uint32_t take) {
+  const uint32_t channels = st->channels, m = st->ratio_in, fill = st->fill;
+  const size_t row_size = 2 * static_cast<size_t>(st->pair_stride), step = size_t{m} * channels;
+  const uint32_t first_row = fill % m, first_at = fill / m;
+  const size_t next = st->pair_line_size();
+  for (uint32_t c = 0; c < channels; c += 2) {
+    const bool two = c + 1 < channels;
+    for (uint32_t r = 0; r < m; ++r) {
+      const uint32_t k0 = r >= first_row ? r - first_row : r + m - first_row;
+      if (k0 >= take) continue;
+      const uint32_t at = first_at + (r < first_row), count = (take - k0 + m - 1) / m;
+      int16_t *pair = st->pairs(c) + r * row_size + 2 * static_cast<size_t>(at);
+      const int16_t b0 = at > 0 ? pair[-2] : 0, b1 = at > 0 && two ? pair[next - 2] : 0;
+      const int16_t *x = src + static_cast<size_t>(k0) * channels + c;
+      if (two)
+        Dot::template row<2>(pair, next, x, step, count, b0, b1);
+      else
+        Dot::template row<1>(pair, next, x, step, count, b0, b1);
+    }
+  }
+}
+
+// Dot::lanes, or Dot::folded for a design that folds on a build that has it
+// (Dot::kFolds): the same outputs either way.
+template <class Dot, int Channels>
+inline void hq_lanes(bool folded, const int16_t *const *rows, size_t at, size_t next, uint32_t m,
+                     uint32_t groups, const int16_t *coef, uint32_t s, int16_t *out, size_t out_step) {
+  if constexpr (Dot::kFolds) {
+    if (folded) return Dot::template folded<Channels>(rows, at, next, m, groups, coef, s, out, out_step);
+  }
+  Dot::template lanes<Channels>(rows, at, next, m, groups, coef, s, out, out_step);
 }
 
 // The outputs of a direct design (hq/state.h): blocks of 8 L outputs, each
 // phase's eight (n, n + L, ...) at once by Dot::lanes, two channels per
-// call so that they share the coefficients; the last block computes whole
-// lanes and stores those that are ready and fit.
+// call so that they share the coefficients. The whole blocks go phase by
+// phase, stored in place; the last block computes whole lanes aside and
+// stores those that are ready and fit.
 template <class Dot>
 uint32_t hq_produce_lanes(RSMPL_HqState *st, int16_t *out, uint32_t room) {
   const uint32_t l = st->ratio_out, m = st->ratio_in, channels = st->channels;
   const uint32_t groups = st->active / (2 * m), s = st->lo_shift;
-  const size_t stride = st->pair_stride, row_size = 2 * stride, phase_size = 2 * st->active;
+  const bool folded = st->folded != 0;
+  const size_t row_size = 2 * static_cast<size_t>(st->pair_stride), phase_size = 2 * st->active;
   const int16_t *coef = st->pair_coefficients();
   const uint64_t ready = hq_outputs_for(st, 0);
   const uint32_t count = ready < room ? static_cast<uint32_t>(ready) : room;
+  const uint32_t block = kHqLanes * l, blocks = count / block, rest = count % block;
   // The first L outputs' newest samples (from the first's) and phases.
   uint32_t off[kHqDirectMax], phase[kHqDirectMax];
   for (uint32_t i = 0, e = 0, r = st->r; i < l; ++i) {
@@ -91,53 +160,59 @@ uint32_t hq_produce_lanes(RSMPL_HqState *st, int16_t *out, uint32_t room) {
   }
   // The first output's newest active sample, as pair row and position.
   const uint32_t base = st->end - (st->taps - st->active) / 2;
-  const uint32_t base_row = base % m;
-  uint32_t base_at = base / m;
+  const uint32_t base_row = base % m, base_at = base / m + blocks * kHqLanes;
+  const size_t next = st->pair_line_size(), lane_step = size_t{l} * channels;
+  const size_t block_step = size_t{block} * channels;
   const int16_t *rows[kHqDirectMax];
-  size_t offset[kHqDirectMax];
-  const size_t next = st->pair_line_size();
-  int16_t v[2 * kHqLanes];
-  uint32_t written = 0;
-  while (written < count) {
-    const uint32_t block = kHqLanes * l < count - written ? kHqLanes * l : count - written;
-    for (uint32_t i = 0; i < l && i < block; ++i) {
-      uint32_t row = base_row + off[i], at = base_at;
-      for (; row >= m; row -= m) ++at;
-      const int16_t *c0 = coef + phase[i] * phase_size;
-      for (uint32_t t = 0, r = row, a = at; t < m; ++t) {
-        offset[t] = r * row_size + 2 * static_cast<size_t>(a);
-        if (r == 0) {
-          r = m;
-          --a;
-        }
-        --r;
+  // Phase i's rows, as from output i of the block at `at`.
+  auto set_rows = [&](uint32_t i, uint32_t c, uint32_t at) {
+    uint32_t r = base_row + off[i];
+    for (; r >= m; r -= m) ++at;
+    for (uint32_t t = 0; t < m; ++t) {
+      rows[t] = st->pairs(c) + r * row_size + 2 * static_cast<size_t>(at);
+      if (r == 0) {
+        r = m;
+        --at;
       }
-      for (uint32_t c = 0; c < channels; c += 2) {
-        const bool two = c + 1 < channels;
-        for (uint32_t t = 0; t < m; ++t) rows[t] = st->pairs(c) + offset[t];
-        if (two)
-          Dot::template lanes<2>(rows, next, m, groups, c0, s, v);
-        else
-          Dot::template lanes<1>(rows, next, m, groups, c0, s, v);
-        for (uint32_t j = 0, n = written + i; j < kHqLanes && n < written + block; ++j, n += l) {
-          int16_t *y = out + static_cast<size_t>(n) * channels + c;
-          y[0] = v[j];
-          if (two) y[1] = v[kHqLanes + j];
-        }
-      }
+      --r;
     }
-    written += block;
-    if (block == kHqLanes * l) {
-      base_at += kHqLanes;
-      st->end += kHqLanes * m;
-    } else {
-      for (uint32_t k = 0; k < block; ++k)
-        for (st->r += m; st->r >= l; st->r -= l) ++st->end;
+  };
+  for (uint32_t i = 0; i < l && blocks != 0; ++i) {
+    const int16_t *c0 = coef + phase[i] * phase_size;
+    for (uint32_t c = 0; c < channels; c += 2) {
+      set_rows(i, c, base / m);
+      int16_t *y = out + static_cast<size_t>(i) * channels + c;
+      for (uint32_t b = 0; b < blocks; ++b, y += block_step) {
+        const size_t at = 2 * kHqLanes * static_cast<size_t>(b);
+        if (c + 1 < channels)
+          hq_lanes<Dot, 2>(folded, rows, at, next, m, groups, c0, s, y, lane_step);
+        else
+          hq_lanes<Dot, 1>(folded, rows, at, next, m, groups, c0, s, y, lane_step);
+      }
     }
   }
+  st->end += blocks * kHqLanes * m;
+  const uint32_t written = blocks * block;
+  int16_t v[2 * kHqLanes];
+  for (uint32_t i = 0; i < l && i < rest; ++i) {
+    const int16_t *c0 = coef + phase[i] * phase_size;
+    for (uint32_t c = 0; c < channels; c += 2) {
+      const bool two = c + 1 < channels;
+      set_rows(i, c, base_at);
+      if (two)
+        hq_lanes<Dot, 2>(folded, rows, 0, next, m, groups, c0, s, v, 2);
+      else
+        hq_lanes<Dot, 1>(folded, rows, 0, next, m, groups, c0, s, v, 1);
+      for (uint32_t j = 0, n = i; j < kHqLanes && n < rest; ++j, n += l)
+        std::memcpy(out + static_cast<size_t>(written + n) * channels + c, v + (two ? 2 : 1) * j,
+                    (two ? 2 : 1) * sizeof(int16_t));
+    }
+  }
+  for (uint32_t k = 0; k < rest; ++k)
+    for (st->r += m; st->r >= l; st->r -= l) ++st->end;
   st->q = st->r;
   st->rem = 0;
-  return written;
+  return written + rest;
 }
 
 // Writes the outputs that are ready and fit in `room`; returns how many.
@@ -223,7 +298,7 @@ uint32_t hq_produce(RSMPL_HqState *st, int16_t *out, uint32_t room) {
 
 template <class Dot>
 constexpr HqKernels make_hq_kernels() {
-  return HqKernels{Dot::dot, hq_produce<Dot>};
+  return HqKernels{Dot::dot, hq_produce<Dot>, hq_take_rows<Dot>};
 }
 
 }  // namespace

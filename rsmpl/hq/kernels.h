@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The high-quality resampler's kernels as one table per instruction set:
-// its inner product and its output loop built around that build's inner
-// products (hq/kernel.h), so that the tests can hold every build to the
+// its inner product, its output loop built around that build's inner
+// products and its fill of the small ratios' pair rows (hq/kernel.h), so that the tests can hold every build to the
 // plain one.
 #ifndef SKELDA_RSMPL_HQ_KERNELS_H
 #define SKELDA_RSMPL_HQ_KERNELS_H
@@ -21,9 +21,13 @@ using HqDotFn = int64_t (*)(const int16_t *x, const int16_t *coef, uint32_t taps
 // Writes the outputs that are ready and fit in `room`, returns how many.
 using HqProduceFn = uint32_t (*)(struct ::RSMPL_HqState *st, int16_t *out, uint32_t room);
 
+// Appends `take` frames of input to a direct design's pair rows.
+using HqTakeFn = void (*)(struct ::RSMPL_HqState *st, const int16_t *src, uint32_t take);
+
 struct HqKernels {
   HqDotFn dot;
   HqProduceFn produce;
+  HqTakeFn take_rows;
 };
 
 // One table per build: the plain reference here in hq/, the others in the

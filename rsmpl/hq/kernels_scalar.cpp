@@ -23,9 +23,15 @@ struct ScalarDot {
     hq_frames_by_dot<ScalarDot, Channels>(x0, x1, line, c0, c1, taps, shift, y, frame_step);
   }
   template <int Channels>
-  static void lanes(const int16_t *const *rows, size_t next, uint32_t m, uint32_t groups,
-                    const int16_t *coef, uint32_t shift, int16_t *out) {
-    hq_lanes_plain<Channels>(rows, next, m, groups, coef, shift, out);
+  static void lanes(const int16_t *const *rows, size_t at, size_t next, uint32_t m,
+                    uint32_t groups, const int16_t *coef, uint32_t shift, int16_t *out, size_t out_step) {
+    hq_lanes_plain<Channels>(rows, at, next, m, groups, coef, shift, out, out_step);
+  }
+  static constexpr bool kFolds = false;
+  template <int Channels>
+  static void row(int16_t *pair, size_t next, const int16_t *x, size_t step, uint32_t count, int16_t b0,
+                  int16_t b1) {
+    hq_row_plain<Channels>(pair, next, x, step, count, b0, b1);
   }
 };
 

@@ -94,7 +94,10 @@ struct RSMPL_HqState {
   uint32_t fill;  // samples in each line
   // The direct design in use (d = 0: none).
   uint32_t direct, active, pair_stride;
-  uint32_t reserved;
+  // 1 when the direct design folds (hq_build_pairs): L = 1, an even number
+  // of pair groups, and tap b (counted back from the newest) equal to tap
+  // active - b, tap 0 zero; so outputs can add mirrored samples first.
+  uint32_t folded;
   // Coefficients (max_phases x 2T int16: hi then lo per phase; with a
   // direct design, its tap pairs after L + 1 phases), then one line of line_cap
   // samples per channel, then each channel's pair rows (2 (line_cap +
@@ -129,7 +132,8 @@ namespace rsmpl {
 // when the sums could leave 32 bits (no design does that).
 bool hq_build_phases(RSMPL_HqState *st, uint32_t phases, uint32_t l, uint32_t m,
                      const HqDirect &design);
-// A direct design's tap pairs from its phases' hi and lo.
+// A direct design's tap pairs from its phases' hi and lo, and whether it
+// folds.
 void hq_build_pairs(RSMPL_HqState *st, uint32_t l, uint32_t m);
 // The pair rows of every channel for line positions [from, to), from the
 // lines; the lines from the pair rows.

@@ -38,37 +38,6 @@ void slide(RSMPL_HqState *st) {
   st->end -= drop;
 }
 
-// Appends `take` frames to a direct design's pair rows (its lines wait
-// until the design changes, hq_set_ratio): row by row, each position's pair
-// is its sample and the sample before it in the row.
-void take_rows(RSMPL_HqState *st, const int16_t *src, uint32_t take) {
-  const uint32_t channels = st->channels, m = st->ratio_in, fill = st->fill;
-  const size_t row_size = 2 * static_cast<size_t>(st->pair_stride), step = size_t{m} * channels;
-  const uint32_t first_row = fill % m, first_at = fill / m;
-  const size_t next = st->pair_line_size();
-  // Two channels per pass where there are two: their rows lie `next` apart.
-  for (uint32_t c = 0; c < channels; c += 2) {
-    const bool two = c + 1 < channels;
-    for (uint32_t r = 0; r < m; ++r) {
-      const uint32_t k0 = r >= first_row ? r - first_row : r + m - first_row;
-      const uint32_t at = first_at + (r < first_row);
-      int16_t *pair = st->pairs(c) + r * row_size + 2 * static_cast<size_t>(at);
-      int16_t before0 = at > 0 ? pair[-2] : 0, before1 = at > 0 && two ? pair[next - 2] : 0;
-      const int16_t *x = src + static_cast<size_t>(k0) * channels + c;
-      for (uint32_t k = k0; k < take; k += m, x += step, pair += 2) {
-        const int16_t both0[2] = {x[0], before0};  // one store each
-        std::memcpy(pair, both0, sizeof both0);
-        before0 = both0[0];
-        if (two) {
-          const int16_t both1[2] = {x[1], before1};
-          std::memcpy(pair + next, both1, sizeof both1);
-          before1 = both1[0];
-        }
-      }
-    }
-  }
-}
-
 }  // namespace
 
 void hq_process(RSMPL_HqState *st, const int16_t *in, uint32_t *in_frames, int16_t *out,
@@ -96,7 +65,7 @@ void hq_process(RSMPL_HqState *st, const int16_t *in, uint32_t *in_frames, int16
         for (uint32_t i = 0; i < take; ++i, x += channels) line[i] = *x;
       }
     } else {
-      take_rows(st, src, static_cast<uint32_t>(take));
+      active_kernels().hq->take_rows(st, src, static_cast<uint32_t>(take));
     }
     st->fill += static_cast<uint32_t>(take);
     consumed += static_cast<uint32_t>(take);

@@ -72,13 +72,13 @@ struct Avx2Dot {
   // each tap pair is one load of the eight lanes' sample pairs per channel
   // against a broadcast coefficient pair, for hi and for lo; no reduction.
   template <int Channels>
-  static void lanes(const int16_t *const *rows, size_t next, uint32_t m, uint32_t groups,
-                       const int16_t *coef, uint32_t shift, int16_t *out) {
+  static void lanes(const int16_t *const *rows, size_t at, size_t next, uint32_t m,
+                    uint32_t groups, const int16_t *coef, uint32_t shift, int16_t *out, size_t out_step) {
     __m256i h0 = _mm256_setzero_si256(), l0 = h0, h1 = h0, l1 = h0;
-    const ptrdiff_t cstep = 4 * static_cast<ptrdiff_t>(m);
+    const int16_t *c = coef;
     for (uint32_t i = 0; i < m; ++i) {
-      const int16_t *x = rows[i], *c = coef + 4 * i;
-      for (uint32_t g = 0; g < groups; ++g, x -= 4, c += cstep) {
+      const int16_t *x = rows[i] + at;
+      for (uint32_t g = 0; g < groups; ++g, x -= 4, c += 4) {
         const __m256i hi = _mm256_set1_epi32(pair(c)), lo = _mm256_set1_epi32(pair(c + 2));
         const __m256i v = load(x);
         h0 = _mm256_add_epi32(_mm256_madd_epi16(v, hi), h0);
@@ -90,19 +90,33 @@ struct Avx2Dot {
         }
       }
     }
-    lanes_step(h0, l0, shift, out);
-    if constexpr (Channels == 2) lanes_step(h1, l1, shift, out + kHqLanes);
+    const __m128i y0 = lanes_step(h0, l0, shift);
+    alignas(16) int16_t t[2 * kHqLanes];
+    if constexpr (Channels == 2) {
+      // The two channels' outputs interleaved, frame by frame.
+      const __m128i y1 = lanes_step(h1, l1, shift);
+      _mm_store_si128(reinterpret_cast<__m128i *>(t), _mm_unpacklo_epi16(y0, y1));
+      _mm_store_si128(reinterpret_cast<__m128i *>(t + kHqLanes), _mm_unpackhi_epi16(y0, y1));
+    } else {
+      _mm_store_si128(reinterpret_cast<__m128i *>(t), y0);
+    }
+    hq_store_lanes<Channels>(t, out, out_step);
+  }
+  static constexpr bool kFolds = false;
+  template <int Channels>
+  static void row(int16_t *pair, size_t next, const int16_t *x, size_t step, uint32_t count, int16_t b0,
+                  int16_t b1) {
+    hq_row_plain<Channels>(pair, next, x, step, count, b0, b1);
   }
 
  private:
-  // hq_step_lanes at twice the width, eight outputs stored.
-  static void lanes_step(__m256i hi, __m256i lo, uint32_t shift, int16_t *out) {
+  // hq_step_lanes at twice the width: eight outputs, packed.
+  static __m128i lanes_step(__m256i hi, __m256i lo, uint32_t shift) {
     const __m256i s = _mm256_add_epi32(
         hi, _mm256_sra_epi32(_mm256_add_epi32(lo, _mm256_set1_epi32(1 << (shift + kHqHiShift - 1))),
                              _mm_cvtsi32_si128(static_cast<int>(shift))));
     const __m256i y = _mm256_srai_epi32(s, kHqHiShift);
-    const __m128i packed = _mm_packs_epi32(_mm256_castsi256_si128(y), _mm256_extracti128_si256(y, 1));
-    _mm_storeu_si128(reinterpret_cast<__m128i *>(out), packed);
+    return _mm_packs_epi32(_mm256_castsi256_si128(y), _mm256_extracti128_si256(y, 1));
   }
   static int32_t pair(const int16_t *p) {
     int32_t v;

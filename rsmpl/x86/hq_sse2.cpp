@@ -78,14 +78,15 @@ struct Sse2Dot {
   // Eight outputs of one phase for one or two channels, four per register,
   // as the AVX2 build does.
   template <int Channels>
-  static void lanes(const int16_t *const *rows, size_t next, uint32_t m, uint32_t groups,
-                       const int16_t *coef, uint32_t shift, int16_t *out) {
+  static void lanes(const int16_t *const *rows, size_t at, size_t next, uint32_t m,
+                    uint32_t groups, const int16_t *coef, uint32_t shift, int16_t *out, size_t out_step) {
     __m128i acc[Channels][4];
     for (auto &a : acc)
       for (__m128i &v : a) v = _mm_setzero_si128();
+    const int16_t *c = coef;
     for (uint32_t i = 0; i < m; ++i) {
-      const int16_t *x = rows[i], *c = coef + 4 * i;
-      for (uint32_t g = 0; g < groups; ++g, x -= 4, c += 4 * m) {
+      const int16_t *x = rows[i] + at;
+      for (uint32_t g = 0; g < groups; ++g, x -= 4, c += 4) {
         const __m128i hi = _mm_set1_epi32(pair(c)), lo = _mm_set1_epi32(pair(c + 2));
         for (int k = 0; k < Channels; ++k) {
           const __m128i v0 = load(x + k * next), v1 = load(x + k * next + 8);
@@ -96,11 +97,24 @@ struct Sse2Dot {
         }
       }
     }
-    for (int k = 0; k < Channels; ++k) {
-      const __m128i y0 = hq_step_lanes(acc[k][0], acc[k][2], shift);
-      const __m128i y1 = hq_step_lanes(acc[k][1], acc[k][3], shift);
-      _mm_storeu_si128(reinterpret_cast<__m128i *>(out + kHqLanes * k), _mm_packs_epi32(y0, y1));
+    __m128i y[Channels];
+    for (int k = 0; k < Channels; ++k)
+      y[k] = _mm_packs_epi32(hq_step_lanes(acc[k][0], acc[k][2], shift), hq_step_lanes(acc[k][1], acc[k][3], shift));
+    alignas(16) int16_t t[2 * kHqLanes];
+    if constexpr (Channels == 2) {
+      // The two channels' outputs interleaved, frame by frame.
+      _mm_store_si128(reinterpret_cast<__m128i *>(t), _mm_unpacklo_epi16(y[0], y[1]));
+      _mm_store_si128(reinterpret_cast<__m128i *>(t + kHqLanes), _mm_unpackhi_epi16(y[0], y[1]));
+    } else {
+      _mm_store_si128(reinterpret_cast<__m128i *>(t), y[0]);
     }
+    hq_store_lanes<Channels>(t, out, out_step);
+  }
+  static constexpr bool kFolds = false;
+  template <int Channels>
+  static void row(int16_t *pair, size_t next, const int16_t *x, size_t step, uint32_t count, int16_t b0,
+                  int16_t b1) {
+    hq_row_plain<Channels>(pair, next, x, step, count, b0, b1);
   }
 
  private:
