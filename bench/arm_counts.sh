@@ -15,7 +15,8 @@
 # Cross-builds build-<arch>-bench, downloads the peers' Debian packages for
 # the architecture (apt-get download, unpacked with dpkg -x, nothing
 # installed) into out/arm-counts/, and prints one Markdown table per
-# architecture (also written to out/arm-counts/<arch>.md).
+# architecture (also written to out/arm-counts/<arch>.md); "-" where a
+# converter refuses the pair (skelda takes 8000-48000 Hz only).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$PWD
@@ -41,7 +42,7 @@ for arch in "${arches[@]}"; do
     *) echo "unknown architecture $arch (arm64 or armhf)" >&2; exit 2 ;;
   esac
   build=$root/build-$arch-bench
-  cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+  cmake -S . -B "$build" -G Ninja --no-warn-unused-cli -DCMAKE_BUILD_TYPE=RelWithDebInfo \
     -DCMAKE_TOOLCHAIN_FILE="cmake/toolchain-$arch.cmake" -DSKELDA_TESTS=OFF -DSKELDA_BENCH=ON >/dev/null
   ninja -C "$build" count_converter asound_module_rate_skelda asound_module_rate_skelda_hq >/dev/null
 
@@ -54,10 +55,11 @@ for arch in "${arches[@]}"; do
     for deb in "$peers"/debs/*.deb; do dpkg -x "$deb" "$peers"; done
   fi
 
-  count() {  # module-dir converter in out seconds format
-    $qemu -L "/usr/$triplet" -E "LD_LIBRARY_PATH=$peers/usr/lib/$triplet" -plugin "$plugin" -d plugin \
-      "$build/bench/count_converter" "$1" "$2" "$3" "$4" "$5" "$6" 2>&1 >/dev/null |
-      awk '/^insns:/ {print $2}' | tail -1
+  count() {  # module-dir converter in out seconds format; nothing when refused
+    local log
+    log=$($qemu -L "/usr/$triplet" -E "LD_LIBRARY_PATH=$peers/usr/lib/$triplet" -plugin "$plugin" -d plugin \
+      "$build/bench/count_converter" "$1" "$2" "$3" "$4" "$5" "$6" 2>&1 >/dev/null) || return 0
+    awk '/^insns:/ {print $2}' <<<"$log" | tail -1
   }
   per_frame() {  # module-dir converter in out format
     local a b
