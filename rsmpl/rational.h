@@ -51,12 +51,6 @@ inline bool ratio_near_rates(uint32_t out_frames, uint32_t in_frames, uint32_t o
   return diff * 16 <= nominal;
 }
 
-// Whether two byte ranges share a byte.
-inline bool ranges_overlap(const void *a, size_t a_bytes, const void *b, size_t b_bytes) {
-  const auto pa = reinterpret_cast<uintptr_t>(a), pb = reinterpret_cast<uintptr_t>(b);
-  return a_bytes != 0 && b_bytes != 0 && pa < pb + b_bytes && pb < pa + a_bytes;
-}
-
 }  // namespace rsmpl
 
 #endif

@@ -5,22 +5,23 @@
 #include <cstring>
 
 #include "rsmpl/hq/state.h"
+#include "rsmpl/hq_calls.h"
 #include "rsmpl/rational.h"
 
 namespace {
 
 using rsmpl::kHqMagic;
 
-bool rate_ok(uint32_t rate) { return rate >= RSMPL_HQ_RATE_MIN && rate <= RSMPL_HQ_RATE_MAX; }
-bool channels_ok(uint32_t channels) { return channels >= 1 && channels <= RSMPL_HQ_MAX_CHANNELS; }
+using rsmpl::hq_channels_ok;
+using rsmpl::hq_rate_ok;
 
 // A state is usable when Init wrote it and its fields still agree with the
 // design of its rates (a damaged or foreign block fails here, not later).
 bool state_ok(const RSMPL_HqState *st) {
   // A misaligned block was never initialised, and is not read.
   if (reinterpret_cast<uintptr_t>(st) % alignof(RSMPL_HqState) != 0) return false;
-  if (st->magic != kHqMagic || !rate_ok(st->in_rate) || !rate_ok(st->out_rate) ||
-      !channels_ok(st->channels))
+  if (st->magic != kHqMagic || !hq_rate_ok(st->in_rate) || !hq_rate_ok(st->out_rate) ||
+      !hq_channels_ok(st->channels))
     return false;
   const rsmpl::HqDesign d = rsmpl::hq_design(st->in_rate, st->out_rate, st->channels);
   if (st->taps != d.taps || st->max_phases != d.max_phases || st->line_cap != d.line_cap ||
@@ -44,8 +45,8 @@ extern "C" {
 
 SKELDA_API RSMPL_Status RSMPL_HqGetStateSize(uint32_t inRate, uint32_t outRate,
                                              uint32_t channels, uint32_t *size) {
-  if (!rate_ok(inRate) || !rate_ok(outRate)) return RSMPL_ERR_BAD_RATIO;
-  if (!channels_ok(channels)) return RSMPL_ERR_BAD_LENGTH;
+  if (!hq_rate_ok(inRate) || !hq_rate_ok(outRate)) return RSMPL_ERR_BAD_RATIO;
+  if (!hq_channels_ok(channels)) return RSMPL_ERR_BAD_LENGTH;
   if (size == nullptr) return RSMPL_ERR_NULL_POINTER;
   *size = rsmpl::hq_design(inRate, outRate, channels).bytes;
   return RSMPL_OK;
@@ -54,8 +55,8 @@ SKELDA_API RSMPL_Status RSMPL_HqGetStateSize(uint32_t inRate, uint32_t outRate,
 SKELDA_API RSMPL_Status RSMPL_HqInit(RSMPL_HqState *state, uint32_t size, uint32_t inRate,
                                      uint32_t outRate, uint32_t channels) {
   if (state == nullptr) return RSMPL_ERR_NULL_CONTEXT;
-  if (!rate_ok(inRate) || !rate_ok(outRate)) return RSMPL_ERR_BAD_RATIO;
-  if (!channels_ok(channels)) return RSMPL_ERR_BAD_LENGTH;
+  if (!hq_rate_ok(inRate) || !hq_rate_ok(outRate)) return RSMPL_ERR_BAD_RATIO;
+  if (!hq_channels_ok(channels)) return RSMPL_ERR_BAD_LENGTH;
   const rsmpl::HqDesign d = rsmpl::hq_design(inRate, outRate, channels);
   if (size < d.bytes || reinterpret_cast<uintptr_t>(state) % alignof(RSMPL_HqState) != 0)
     return RSMPL_ERR_BAD_LENGTH;
@@ -98,16 +99,11 @@ SKELDA_API RSMPL_Status RSMPL_HqProcess(RSMPL_HqState *state, const int16_t *in,
                                         uint32_t *inFrames, int16_t *out, uint32_t *outFrames) {
   if (state == nullptr) return RSMPL_ERR_NULL_CONTEXT;
   if (!state_ok(state)) return RSMPL_ERR_BAD_STATE;
-  if (inFrames == nullptr || outFrames == nullptr) return RSMPL_ERR_NULL_POINTER;
-  if ((in == nullptr && *inFrames != 0) || (out == nullptr && *outFrames != 0))
-    return RSMPL_ERR_NULL_POINTER;
   const size_t frame = sizeof(int16_t) * state->channels;
-  const size_t in_bytes = frame * *inFrames, out_bytes = frame * *outFrames;
-  const bool same_start = static_cast<const void *>(in) == static_cast<const void *>(out);
   const bool shrinks = uint64_t{state->ratio_out} <= state->ratio_in;
-  if (rsmpl::ranges_overlap(in, in_bytes, out, out_bytes) && !(same_start && shrinks)) return RSMPL_ERR_OVERLAP;
-  if (rsmpl::ranges_overlap(in, in_bytes, state, state->bytes) || rsmpl::ranges_overlap(out, out_bytes, state, state->bytes))
-    return RSMPL_ERR_OVERLAP;
+  const RSMPL_Status buffers = rsmpl::hq_buffers_status(state, state->bytes, in, inFrames, frame, out,
+                                                        outFrames, frame, shrinks);
+  if (buffers != RSMPL_OK) return buffers;
   rsmpl::hq_process(state, in, inFrames, out, outFrames);
   return RSMPL_OK;
 }
@@ -117,8 +113,7 @@ SKELDA_API RSMPL_Status RSMPL_HqOutputFrames(const RSMPL_HqState *state, uint32_
   if (state == nullptr) return RSMPL_ERR_NULL_CONTEXT;
   if (!state_ok(state)) return RSMPL_ERR_BAD_STATE;
   if (outFrames == nullptr) return RSMPL_ERR_NULL_POINTER;
-  const uint64_t n = rsmpl::hq_outputs_for(state, inFrames);
-  *outFrames = n > UINT32_MAX ? UINT32_MAX : static_cast<uint32_t>(n);
+  *outFrames = rsmpl::hq_frame_count(rsmpl::hq_outputs_for(state, inFrames));
   return RSMPL_OK;
 }
 
@@ -127,8 +122,7 @@ SKELDA_API RSMPL_Status RSMPL_HqInputFrames(const RSMPL_HqState *state, uint32_t
   if (state == nullptr) return RSMPL_ERR_NULL_CONTEXT;
   if (!state_ok(state)) return RSMPL_ERR_BAD_STATE;
   if (inFrames == nullptr) return RSMPL_ERR_NULL_POINTER;
-  const uint64_t n = rsmpl::hq_inputs_for(state, outFrames);
-  *inFrames = n > UINT32_MAX ? UINT32_MAX : static_cast<uint32_t>(n);
+  *inFrames = rsmpl::hq_frame_count(rsmpl::hq_inputs_for(state, outFrames));
   return RSMPL_OK;
 }
 
@@ -136,17 +130,7 @@ SKELDA_API RSMPL_Status RSMPL_HqGetInfo(const RSMPL_HqState *state, RSMPL_HqInfo
   if (state == nullptr) return RSMPL_ERR_NULL_CONTEXT;
   if (!state_ok(state)) return RSMPL_ERR_BAD_STATE;
   if (info == nullptr) return RSMPL_ERR_NULL_POINTER;
-  info->inRate = state->in_rate;
-  info->outRate = state->out_rate;
-  info->channels = state->channels;
-  info->ratioOut = state->ratio_out;
-  info->ratioIn = state->ratio_in;
-  info->taps = state->direct != 0 ? state->active : state->taps;
-  info->phases = state->phases;
-  info->interpolated = state->phases != state->ratio_out;
-  info->delayFrames = state->taps / 2;
-  info->delayMicroseconds = static_cast<uint32_t>(
-      (uint64_t{state->taps / 2} * 1000000 + state->in_rate / 2) / state->in_rate);
+  rsmpl::hq_fill_info(info, *state, state->direct != 0 ? state->active : state->taps, state->taps / 2);
   return RSMPL_OK;
 }
 

@@ -5,14 +5,15 @@
 #include <cstring>
 
 #include "rsmpl/hq32/state.h"
+#include "rsmpl/hq_calls.h"
 #include "rsmpl/rational.h"
 
 namespace {
 
 using rsmpl::kHq32Magic;
 
-bool rate_ok(uint32_t rate) { return rate >= RSMPL_HQ_RATE_MIN && rate <= RSMPL_HQ_RATE_MAX; }
-bool channels_ok(uint32_t channels) { return channels >= 1 && channels <= RSMPL_HQ_MAX_CHANNELS; }
+using rsmpl::hq_channels_ok;
+using rsmpl::hq_rate_ok;
 bool format_ok(uint32_t format) { return format == RSMPL_HQ_S16 || format == RSMPL_HQ_S32; }
 size_t sample_bytes(uint32_t format) { return format == RSMPL_HQ_S32 ? 4 : 2; }
 
@@ -21,8 +22,8 @@ size_t sample_bytes(uint32_t format) { return format == RSMPL_HQ_S32 ? 4 : 2; }
 bool state_ok(const RSMPL_Hq32State *st) {
   // A misaligned block was never initialised, and is not read.
   if (reinterpret_cast<uintptr_t>(st) % alignof(RSMPL_Hq32State) != 0) return false;
-  if (st->magic != kHq32Magic || !rate_ok(st->in_rate) || !rate_ok(st->out_rate) ||
-      !channels_ok(st->channels))
+  if (st->magic != kHq32Magic || !hq_rate_ok(st->in_rate) || !hq_rate_ok(st->out_rate) ||
+      !hq_channels_ok(st->channels))
     return false;
   const rsmpl::Hq32Design d = rsmpl::hq32_design(st->in_rate, st->out_rate, st->channels);
   return st->reach == d.reach && st->taps == d.taps && st->max_phases == d.max_phases &&
@@ -38,8 +39,8 @@ extern "C" {
 
 SKELDA_API RSMPL_Status RSMPL_Hq32GetStateSize(uint32_t inRate, uint32_t outRate,
                                                uint32_t channels, uint32_t *size) {
-  if (!rate_ok(inRate) || !rate_ok(outRate)) return RSMPL_ERR_BAD_RATIO;
-  if (!channels_ok(channels)) return RSMPL_ERR_BAD_LENGTH;
+  if (!hq_rate_ok(inRate) || !hq_rate_ok(outRate)) return RSMPL_ERR_BAD_RATIO;
+  if (!hq_channels_ok(channels)) return RSMPL_ERR_BAD_LENGTH;
   if (size == nullptr) return RSMPL_ERR_NULL_POINTER;
   *size = rsmpl::hq32_design(inRate, outRate, channels).bytes;
   return RSMPL_OK;
@@ -48,8 +49,8 @@ SKELDA_API RSMPL_Status RSMPL_Hq32GetStateSize(uint32_t inRate, uint32_t outRate
 SKELDA_API RSMPL_Status RSMPL_Hq32Init(RSMPL_Hq32State *state, uint32_t size, uint32_t inRate,
                                        uint32_t outRate, uint32_t channels) {
   if (state == nullptr) return RSMPL_ERR_NULL_CONTEXT;
-  if (!rate_ok(inRate) || !rate_ok(outRate)) return RSMPL_ERR_BAD_RATIO;
-  if (!channels_ok(channels)) return RSMPL_ERR_BAD_LENGTH;
+  if (!hq_rate_ok(inRate) || !hq_rate_ok(outRate)) return RSMPL_ERR_BAD_RATIO;
+  if (!hq_channels_ok(channels)) return RSMPL_ERR_BAD_LENGTH;
   const rsmpl::Hq32Design d = rsmpl::hq32_design(inRate, outRate, channels);
   if (size < d.bytes || reinterpret_cast<uintptr_t>(state) % alignof(RSMPL_Hq32State) != 0)
     return RSMPL_ERR_BAD_LENGTH;
@@ -102,21 +103,14 @@ SKELDA_API RSMPL_Status RSMPL_Hq32Process(RSMPL_Hq32State *state, const void *in
   if (state == nullptr) return RSMPL_ERR_NULL_CONTEXT;
   if (!state_ok(state)) return RSMPL_ERR_BAD_STATE;
   if (!format_ok(inFormat) || !format_ok(outFormat)) return RSMPL_ERR_BAD_FORMAT;
-  if (inFrames == nullptr || outFrames == nullptr) return RSMPL_ERR_NULL_POINTER;
-  if ((in == nullptr && *inFrames != 0) || (out == nullptr && *outFrames != 0))
-    return RSMPL_ERR_NULL_POINTER;
   const size_t in_frame = sample_bytes(inFormat) * state->channels;
   const size_t out_frame = sample_bytes(outFormat) * state->channels;
-  const size_t in_bytes = in_frame * *inFrames, out_bytes = out_frame * *outFrames;
   // In place, outputs never overtake the input they come from when the ratio
   // is at most 1 and an output frame is no larger than an input frame.
-  const bool same_start = in == out;
   const bool shrinks = uint64_t{state->ratio_out} <= state->ratio_in && out_frame <= in_frame;
-  if (rsmpl::ranges_overlap(in, in_bytes, out, out_bytes) && !(same_start && shrinks))
-    return RSMPL_ERR_OVERLAP;
-  if (rsmpl::ranges_overlap(in, in_bytes, state, state->bytes) ||
-      rsmpl::ranges_overlap(out, out_bytes, state, state->bytes))
-    return RSMPL_ERR_OVERLAP;
+  const RSMPL_Status buffers = rsmpl::hq_buffers_status(state, state->bytes, in, inFrames, in_frame, out,
+                                                        outFrames, out_frame, shrinks);
+  if (buffers != RSMPL_OK) return buffers;
   rsmpl::hq32_process(state, in, inFormat, inFrames, out, outFormat, outFrames);
   return RSMPL_OK;
 }
@@ -126,8 +120,7 @@ SKELDA_API RSMPL_Status RSMPL_Hq32OutputFrames(const RSMPL_Hq32State *state, uin
   if (state == nullptr) return RSMPL_ERR_NULL_CONTEXT;
   if (!state_ok(state)) return RSMPL_ERR_BAD_STATE;
   if (outFrames == nullptr) return RSMPL_ERR_NULL_POINTER;
-  const uint64_t n = rsmpl::hq32_outputs_for(state, inFrames);
-  *outFrames = n > UINT32_MAX ? UINT32_MAX : static_cast<uint32_t>(n);
+  *outFrames = rsmpl::hq_frame_count(rsmpl::hq32_outputs_for(state, inFrames));
   return RSMPL_OK;
 }
 
@@ -136,8 +129,7 @@ SKELDA_API RSMPL_Status RSMPL_Hq32InputFrames(const RSMPL_Hq32State *state, uint
   if (state == nullptr) return RSMPL_ERR_NULL_CONTEXT;
   if (!state_ok(state)) return RSMPL_ERR_BAD_STATE;
   if (inFrames == nullptr) return RSMPL_ERR_NULL_POINTER;
-  const uint64_t n = rsmpl::hq32_inputs_for(state, outFrames);
-  *inFrames = n > UINT32_MAX ? UINT32_MAX : static_cast<uint32_t>(n);
+  *inFrames = rsmpl::hq_frame_count(rsmpl::hq32_inputs_for(state, outFrames));
   return RSMPL_OK;
 }
 
@@ -145,17 +137,7 @@ SKELDA_API RSMPL_Status RSMPL_Hq32GetInfo(const RSMPL_Hq32State *state, RSMPL_Hq
   if (state == nullptr) return RSMPL_ERR_NULL_CONTEXT;
   if (!state_ok(state)) return RSMPL_ERR_BAD_STATE;
   if (info == nullptr) return RSMPL_ERR_NULL_POINTER;
-  info->inRate = state->in_rate;
-  info->outRate = state->out_rate;
-  info->channels = state->channels;
-  info->ratioOut = state->ratio_out;
-  info->ratioIn = state->ratio_in;
-  info->taps = state->taps;
-  info->phases = state->phases;
-  info->interpolated = state->phases != state->ratio_out;
-  info->delayFrames = state->reach;
-  info->delayMicroseconds = static_cast<uint32_t>(
-      (uint64_t{state->reach} * 1000000 + state->in_rate / 2) / state->in_rate);
+  rsmpl::hq_fill_info(info, *state, state->taps, state->reach);
   return RSMPL_OK;
 }
 
