@@ -125,10 +125,11 @@ PipelineResult play_through_alsa(const PipelineRequest &request, const std::vect
   result.bytes.resize(size_t(std::max<std::streamoff>(file.tellg(), 0)));
   file.seekg(0).read(reinterpret_cast<char *>(result.bytes.data()), std::streamsize(result.bytes.size()));
   std::remove(path);
-  if (snd_pcm_format_physical_width(request.slave_format) == 16) {
+  // (An open that failed wrote nothing: no copy from an empty buffer.)
+  if (snd_pcm_format_physical_width(request.slave_format) == 16 && !result.bytes.empty()) {
     result.output.resize(result.bytes.size() / 2);
     std::memcpy(result.output.data(), result.bytes.data(), 2 * result.output.size());
-  } else if (snd_pcm_format_physical_width(request.slave_format) == 32) {
+  } else if (snd_pcm_format_physical_width(request.slave_format) == 32 && !result.bytes.empty()) {
     result.output32.resize(result.bytes.size() / 4);
     std::memcpy(result.output32.data(), result.bytes.data(), 4 * result.output32.size());
   }
