@@ -231,8 +231,9 @@ void hq_convert(void *obj, const snd_pcm_channel_area_t *dst_areas, snd_pcm_ufra
   if (!configured(rec)) return;
   const unsigned channels = rec->channels;
   const unsigned in_bytes = sample_bytes(rec->in_format), out_bytes = sample_bytes(rec->out_format);
-  const void *src = areas_interleaved(src_areas, src_offset, channels, in_bytes);
-  void *dst = areas_interleaved(dst_areas, dst_offset, channels, out_bytes);
+  // An empty side's areas may point nowhere: no address is formed from them.
+  const void *src = src_frames != 0 ? areas_interleaved(src_areas, src_offset, channels, in_bytes) : nullptr;
+  void *dst = dst_frames != 0 ? areas_interleaved(dst_areas, dst_offset, channels, out_bytes) : nullptr;
   size_t consumed = 0, written = 0;
   for (;;) {
     uint32_t in_n = src_frames - static_cast<uint32_t>(consumed);

@@ -60,7 +60,10 @@ Hq32Design hq32_design(uint32_t in_rate, uint32_t out_rate, uint32_t channels) {
   const uint64_t samples = uint64_t{d.max_phases} * d.taps + kHq32Pad +
                            uint64_t{channels} * (d.line_cap + kHq32Pad) +
                            uint64_t{kHq32ScratchFrames} * channels;
-  d.bytes = static_cast<uint32_t>(sizeof(RSMPL_Hq32State) + 4 * samples);
+  // A whole number of the state's alignment, so that states can sit one
+  // after another and a block of 64-bit words holds one exactly.
+  d.bytes = round_up(static_cast<uint32_t>(sizeof(RSMPL_Hq32State) + 4 * samples),
+                     static_cast<uint32_t>(alignof(RSMPL_Hq32State)));
   return d;
 }
 

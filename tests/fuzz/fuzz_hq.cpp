@@ -112,6 +112,7 @@ void init(Stream &s, FuzzInput &in) {
     CHECK(s.api->init(s.st, size - short_by, in_rate, out_rate, channels) == 4);
     return;  // the old stream runs on
   }
+  CHECK(size % 8 == 0);  // a whole number of the state's alignment
   s.block.reset(new uint64_t[size / 8]);
   s.st = s.block.get();
   CHECK(s.api->init(s.st, size, in_rate, out_rate, channels) == RSMPL_OK);
@@ -220,9 +221,13 @@ void query(Stream &s, FuzzInput &in) {
   CHECK(info.inRate == s.in_rate && info.outRate == s.out_rate && info.channels == s.channels);
   CHECK(info.ratioOut == s.seg.L && info.ratioIn == s.seg.M);
   // The 16-bit resampler's ratios of small terms run a shorter design inside
-  // the windowed sinc's window; the 32-bit one's window is its filter's.
+  // the windowed sinc's window; the 32-bit one's window is its filter's, 2
+  // delays' worth of taps padded to a multiple of 8.
   const bool small = !s.api->wide && s.seg.L <= 8 && s.seg.M <= 8 && s.seg.L + s.seg.M > 2;
-  CHECK((info.taps < 2 * info.delayFrames) == small && info.taps <= 2 * info.delayFrames);
+  if (s.api->wide)
+    CHECK(info.taps == (2 * info.delayFrames + 7) / 8 * 8);
+  else
+    CHECK((info.taps < 2 * info.delayFrames) == small && info.taps <= 2 * info.delayFrames);
   CHECK(info.interpolated == (info.ratioOut > info.phases));
 }
 

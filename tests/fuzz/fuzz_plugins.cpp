@@ -36,18 +36,34 @@ snd_pcm_uframes_t period(FuzzInput &in) {
   }
 }
 
-// Dumps; the channel count skelda_hq's dump names, or 0 when none does.
-unsigned dumped_channels(const snd_pcm_rate_ops_t &ops, void *obj) {
+// What skelda_hq's dump says it holds: its channel count (0 when not
+// configured) and, on channel areas, its sample formats. (An init that
+// fails on periods it cannot follow leaves it set up at the rates, formats
+// included, so the fuzzer reads them back instead of guessing.)
+struct Setup {
+  unsigned channels = 0;
+  snd_pcm_format_t in = SND_PCM_FORMAT_S16_LE, out = SND_PCM_FORMAT_S16_LE;
+};
+Setup dumped_setup(const snd_pcm_rate_ops_t &ops, void *obj) {
+  Setup setup;
   snd_output_t *out = nullptr;
-  if (snd_output_buffer_open(&out) != 0) return 0;
+  if (snd_output_buffer_open(&out) != 0) return setup;
   ops.dump(obj, out);
   char *text = nullptr;
   const size_t n = snd_output_buffer_string(out, &text);
   const std::string s(text, n);
   snd_output_close(out);
-  unsigned in_rate, out_rate, channels = 0;
-  return std::sscanf(s.c_str(), "RSMPL HQ Converter: %u -> %u Hz, %u channels", &in_rate,
-                     &out_rate, &channels) == 3 ? channels : 0;
+  unsigned in_rate, out_rate;
+  if (std::sscanf(s.c_str(), "RSMPL HQ Converter: %u -> %u Hz, %u channels", &in_rate, &out_rate,
+                  &setup.channels) != 3)
+    return Setup{};
+  const size_t at = s.find(" ms, ");
+  char from[32], to[32];
+  if (at != std::string::npos && std::sscanf(s.c_str() + at, " ms, %31[^ ] -> %31[^,\n]", from, to) == 2) {
+    setup.in = snd_pcm_format_value(from);
+    setup.out = snd_pcm_format_value(to);
+  }
+  return setup;
 }
 
 const snd_pcm_format_t kFormats[] = {SND_PCM_FORMAT_S16_LE, SND_PCM_FORMAT_S32_LE, SND_PCM_FORMAT_S24_LE,
@@ -89,10 +105,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
                      : pick == 2 ? open_conf(in, &obj, &ops)
                                  : _snd_pcm_rate_skelda_hq_open(0x010002, &obj, &ops);
   if (opened != 0) return 0;
-  // The formats of the last set-up that took, which convert's areas carry.
-  snd_pcm_format_t in_format = SND_PCM_FORMAT_S16_LE, out_format = SND_PCM_FORMAT_S16_LE;
-  auto channels = [&] {
-    return hq ? dumped_channels(ops, obj) : static_cast<rsmpl_converter *>(obj)->channels;
+  auto setup = [&] {
+    if (hq) return dumped_setup(ops, obj);
+    Setup skelda;
+    skelda.channels = static_cast<rsmpl_converter *>(obj)->channels;
+    return skelda;
   };
   snd_pcm_rate_info_t info{};
   for (int step = 0; step < 64 && !in.empty(); ++step) {
@@ -105,10 +122,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         info.out.period_size = in.below(2) ? 0 : period(in);
         info.in.format = format(in);
         info.out.format = format(in);
-        if (ops.init(obj, &info) == 0 && ops.convert != nullptr) {
-          in_format = info.in.format;
-          out_format = info.out.format;
-        }
+        ops.init(obj, &info);
         break;
       case 1:
         info.in.period_size = period(in);
@@ -124,7 +138,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         const unsigned dst_frames =
             in.below(3) == 0 ? in.below(48000)
                              : static_cast<unsigned>(ops.output_frames(obj, src_frames) % 48000);
-        const unsigned room = channels();
+        const Setup held = setup();
+        const unsigned room = held.channels;
+        const snd_pcm_format_t in_format = held.in, out_format = held.out;
         const uint16_t seed = in.take<uint16_t>();
         if (ops.convert == nullptr) {
           std::vector<int16_t> src(src_frames * room), dst(dst_frames * room);
@@ -159,7 +175,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
           unsigned flags;
           ops.get_supported_formats(obj, &ins, &outs, &flags);
         }
-        dumped_channels(ops, obj);
+        dumped_setup(ops, obj);
         break;
       }
     }
