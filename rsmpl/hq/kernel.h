@@ -99,6 +99,17 @@ inline void hq_row_plain(int16_t *pair, size_t next, const int16_t *x, size_t st
   }
 }
 
+// What a build without a pair-row fill or a folded lane kernel of its own
+// derives its Dot from.
+struct HqPlainRows {
+  static constexpr bool kFolds = false;
+  template <int Channels>
+  static void row(int16_t *pair, size_t next, const int16_t *x, size_t step, uint32_t count, int16_t b0,
+                  int16_t b1) {
+    hq_row_plain<Channels>(pair, next, x, step, count, b0, b1);
+  }
+};
+
 // Appends `take` frames to a direct design's pair rows (its lines wait
 // until the design changes, hq_set_ratio) row by row, two channels at a
 // time by Dot::row.

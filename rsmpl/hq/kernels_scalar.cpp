@@ -7,7 +7,7 @@
 namespace rsmpl {
 namespace {
 
-struct ScalarDot {
+struct ScalarDot : HqPlainRows {
   static int64_t dot(const int16_t *x, const int16_t *coef, uint32_t taps, uint32_t shift) {
     int64_t hi = 0, lo = 0;
     for (uint32_t t = 0; t < taps; ++t) {
@@ -26,12 +26,6 @@ struct ScalarDot {
   static void lanes(const int16_t *const *rows, size_t at, size_t next, uint32_t m,
                     uint32_t groups, const int16_t *coef, uint32_t shift, int16_t *out, size_t out_step) {
     hq_lanes_plain<Channels>(rows, at, next, m, groups, coef, shift, out, out_step);
-  }
-  static constexpr bool kFolds = false;
-  template <int Channels>
-  static void row(int16_t *pair, size_t next, const int16_t *x, size_t step, uint32_t count, int16_t b0,
-                  int16_t b1) {
-    hq_row_plain<Channels>(pair, next, x, step, count, b0, b1);
   }
 };
 

@@ -12,7 +12,7 @@
 namespace rsmpl {
 namespace {
 
-struct Avx2Dot {
+struct Avx2Dot : HqPlainRows {
   // Both sums stay in 32-bit lanes: the coefficients are sized for that.
   static int64_t dot(const int16_t *x, const int16_t *coef, uint32_t taps, uint32_t shift) {
     __m256i hi = _mm256_setzero_si256(), lo = _mm256_setzero_si256();
@@ -91,22 +91,7 @@ struct Avx2Dot {
       }
     }
     const __m128i y0 = lanes_step(h0, l0, shift);
-    alignas(16) int16_t t[2 * kHqLanes];
-    if constexpr (Channels == 2) {
-      // The two channels' outputs interleaved, frame by frame.
-      const __m128i y1 = lanes_step(h1, l1, shift);
-      _mm_store_si128(reinterpret_cast<__m128i *>(t), _mm_unpacklo_epi16(y0, y1));
-      _mm_store_si128(reinterpret_cast<__m128i *>(t + kHqLanes), _mm_unpackhi_epi16(y0, y1));
-    } else {
-      _mm_store_si128(reinterpret_cast<__m128i *>(t), y0);
-    }
-    hq_store_lanes<Channels>(t, out, out_step);
-  }
-  static constexpr bool kFolds = false;
-  template <int Channels>
-  static void row(int16_t *pair, size_t next, const int16_t *x, size_t step, uint32_t count, int16_t b0,
-                  int16_t b1) {
-    hq_row_plain<Channels>(pair, next, x, step, count, b0, b1);
+    hq_store_lanes_sse2<Channels>(y0, Channels == 2 ? lanes_step(h1, l1, shift) : y0, out, out_step);
   }
 
  private:

@@ -19,7 +19,7 @@ inline int32_t sum_lanes(__m128i v) {
   return _mm_cvtsi128_si32(v);
 }
 
-struct Sse2Dot {
+struct Sse2Dot : HqPlainRows {
   // Both sums stay in 32-bit lanes: the coefficients are sized for that.
   static int64_t dot(const int16_t *x, const int16_t *coef, uint32_t taps, uint32_t shift) {
     __m128i hi = _mm_setzero_si128(), lo = _mm_setzero_si128();
@@ -100,21 +100,7 @@ struct Sse2Dot {
     __m128i y[Channels];
     for (int k = 0; k < Channels; ++k)
       y[k] = _mm_packs_epi32(hq_step_lanes(acc[k][0], acc[k][2], shift), hq_step_lanes(acc[k][1], acc[k][3], shift));
-    alignas(16) int16_t t[2 * kHqLanes];
-    if constexpr (Channels == 2) {
-      // The two channels' outputs interleaved, frame by frame.
-      _mm_store_si128(reinterpret_cast<__m128i *>(t), _mm_unpacklo_epi16(y[0], y[1]));
-      _mm_store_si128(reinterpret_cast<__m128i *>(t + kHqLanes), _mm_unpackhi_epi16(y[0], y[1]));
-    } else {
-      _mm_store_si128(reinterpret_cast<__m128i *>(t), y[0]);
-    }
-    hq_store_lanes<Channels>(t, out, out_step);
-  }
-  static constexpr bool kFolds = false;
-  template <int Channels>
-  static void row(int16_t *pair, size_t next, const int16_t *x, size_t step, uint32_t count, int16_t b0,
-                  int16_t b1) {
-    hq_row_plain<Channels>(pair, next, x, step, count, b0, b1);
+    hq_store_lanes_sse2<Channels>(y[0], y[Channels - 1], out, out_step);
   }
 
  private:
