@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
 // NEON build of the high-quality resampler's kernels, for 64-bit ARM and for
 // 32-bit ARM with NEON: vmlal products summed in 32-bit lanes, which the
-// coefficients are sized for (hq/state.h).
+// coefficients are sized for (hq/state.h). The small ratios' lane loops are
+// inline assembly (see lane_sums); on 64-bit ARM the decimating designs
+// fold (folded_sums); stereo pair rows fill four frames at a time (row).
 #include <arm_neon.h>
 
 #include <utility>
