@@ -22,8 +22,12 @@ int main(void) {
       RSMPL_Hq32SetDither(narrow, 1) != RSMPL_OK)
     return 1;
   RSMPL_HqInfo info;
+  RSMPL_HqPosition where;
   RSMPL_Hq32GetInfo(wide, &info);
-  printf("%u taps, delay %u frames (%u us)\n", info.taps, info.delayFrames, info.delayMicroseconds);
+  RSMPL_Hq32GetPosition(wide, &where);
+  /* The delay to 2^-32 of an input frame. */
+  const double delay = (double)where.delayFrames + where.delayFraction / 4294967296.0;
+  printf("%u taps, delay %.3f frames (%u us)\n", info.taps, delay, info.delayMicroseconds);
 
   const double amplitude = 0.5 * 8388607, two_pi = 6.283185307179586;
   int32_t in[kBlock * kChannels], out[(kBlock * 441 / 960 + 2) * kChannels];
@@ -44,7 +48,7 @@ int main(void) {
       return 1;
     /* Output n stands for input time n / 44100 s less the delay. */
     for (uint32_t n = 0; n < made; ++n) {
-      const double t = (double)(total_out + n) / 44100 - (double)info.delayFrames / 96000;
+      const double t = (double)(total_out + n) / 44100 - delay / 96000;
       if (t < 0.1) continue;
       const double error = out[n * kChannels] / 256.0 - amplitude * sin(two_pi * 997 * t);
       if (fabs(error) > worst) worst = fabs(error);

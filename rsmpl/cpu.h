@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The kernel builds of the engine, one per instruction set, and the one place
-// that picks among them for the running CPU. Each family (fir/, hq/, hq32/)
+// that picks among them for the running CPU. Each family (fir/, hq/)
 // keeps a plain C++ reference build of its inner loops; the architecture
 // folders (x86/, arm/) override those loops per instruction set, and every
 // build gives the same samples.
@@ -11,7 +11,6 @@ namespace rsmpl {
 
 struct FirKernels;  // rsmpl/fir/kernels.h
 struct HqKernels;   // rsmpl/hq/kernels.h
-struct Hq32Kernels; // rsmpl/hq32/kernels.h
 
 enum Isa { kIsaScalar, kIsaSse2, kIsaAvx2, kIsaNeon, kIsaCount };
 
@@ -20,7 +19,6 @@ struct KernelSet {
   const char *name;
   const FirKernels *fir;
   const HqKernels *hq;
-  const Hq32Kernels *hq32;
 };
 
 // The build for `isa`, or null when this binary holds none or this CPU cannot

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// alsa-lib glue of the skelda_hq converter: every pair of rates from 8000 to
-// 192000 Hz and up to eight channels, at exactly the ratio of alsa-lib's
+// alsa-lib glue of the skelda_hq converter: every pair of rates from 4000 to
+// 768000 Hz and up to 64 channels, at exactly the ratio of alsa-lib's
 // period sizes so that each period converts to exactly the frames alsa-lib
 // asks for.
 //
@@ -52,8 +52,10 @@ struct hq_converter {
   snd_pcm_format_t in_format, out_format;
   uint32_t ratio_out, ratio_in;  // the periods' ratio, or the rates' before adjust_pitch
   bool mismatch_reported;
-  // Interleaved frames for areas laid out otherwise: kWorkFrames each.
+  // Interleaved frames for areas laid out otherwise: kWorkFrames of
+  // `work_channels` channels each.
   void *in_work, *out_work;
+  uint32_t work_channels;
 };
 
 hq_converter *record(void *obj) { return static_cast<hq_converter *>(obj); }
@@ -69,6 +71,7 @@ void hq_free(void *obj) {
   rec->state = nullptr;
   rec->state32 = nullptr;
   rec->in_work = rec->out_work = nullptr;
+  rec->work_channels = 0;
   rec->state_bytes = 0;
 }
 
@@ -130,7 +133,7 @@ bool allocate(hq_converter *rec, bool wide, uint32_t bytes) {
   return true;
 }
 
-// Rates outside 8000..192000, channels outside 1..8 or (with areas) a
+// Rates outside 4000..768000, channels outside 1..64 or (with areas) a
 // format other than S16 and S32 give -EINVAL before anything changes.
 // Otherwise a state for the rates and formats is (re)built and, when
 // alsa-lib already knows its periods, set to their ratio.
@@ -152,11 +155,19 @@ int hq_init(void *obj, snd_pcm_rate_info_t *info) {
               info->out.rate);
     return -EINVAL;
   }
-  if (rec->areas && (rec->in_work == nullptr || rec->out_work == nullptr)) {
-    const size_t work = size_t{kWorkFrames} * RSMPL_HQ_MAX_CHANNELS * sizeof(int32_t);
-    if (rec->in_work == nullptr) rec->in_work = std::malloc(work);
-    if (rec->out_work == nullptr) rec->out_work = std::malloc(work);
-    if (rec->in_work == nullptr || rec->out_work == nullptr) return -ENOMEM;
+  if (rec->areas && rec->work_channels < info->channels) {
+    const size_t work = size_t{kWorkFrames} * info->channels * sizeof(int32_t);
+    void *in_work = std::malloc(work), *out_work = std::malloc(work);
+    if (in_work == nullptr || out_work == nullptr) {
+      std::free(in_work);
+      std::free(out_work);
+      return -ENOMEM;
+    }
+    std::free(rec->in_work);
+    std::free(rec->out_work);
+    rec->in_work = in_work;
+    rec->out_work = out_work;
+    rec->work_channels = info->channels;
   }
   if (!allocate(rec, wide, bytes)) return -ENOMEM;
   if (wide) {
@@ -295,13 +306,19 @@ void hq_dump(void *obj, snd_output_t *out) {
     return;
   }
   const RSMPL_HqInfo hq = info_of(rec);
+  RSMPL_HqPosition pos{};
+  if (rec->wide)
+    RSMPL_Hq32GetPosition(rec->state32, &pos);
+  else
+    RSMPL_HqGetPosition(rec->state, &pos);
+  // The delay to a thousandth of an input frame, rounded.
+  const uint64_t milli = (uint64_t{pos.delayFraction} * 1000 + (uint64_t{1} << 31)) >> 32;
   snd_output_printf(out,
-                    "RSMPL HQ Converter: %u -> %u Hz, %u channels, %s%s %u taps, "
-                    "%u phases%s, ratio %u/%u, delay %u.%03u ms",
-                    hq.inRate, hq.outRate, hq.channels, rec->wide ? "32-bit " : "",
-                    !rec->wide && hq.taps < 2 * hq.delayFrames ? "minimax" : "windowed sinc", hq.taps,
-                    hq.phases, hq.interpolated ? " interpolated" : "", hq.ratioOut, hq.ratioIn,
-                    hq.delayMicroseconds / 1000, hq.delayMicroseconds % 1000);
+                    "RSMPL HQ Converter: %u -> %u Hz, %u channels, %s-bit filters, ratio %u/%u, "
+                    "delay %u.%03u ms (%llu.%03u input frames)",
+                    hq.inRate, hq.outRate, hq.channels, rec->wide ? "24" : "16", hq.ratioOut, hq.ratioIn,
+                    hq.delayMicroseconds / 1000, hq.delayMicroseconds % 1000,
+                    static_cast<unsigned long long>(pos.delayFrames + milli / 1000), static_cast<unsigned>(milli % 1000));
   if (rec->areas)
     snd_output_printf(out, ", %s -> %s%s", snd_pcm_format_name(rec->in_format),
                       snd_pcm_format_name(rec->out_format), rec->options.dither ? ", dither" : "");

@@ -1,28 +1,26 @@
 // SPDX-License-Identifier: MIT
-// The rule behind the high-quality resampler's prototype tables, in double
+// The rule behind the high-quality resampler's filter tables, in double
 // precision. The generator prints the tables from it, and a test rebuilds
 // them to prove the committed source still matches the rule.
 //
-// The prototype is a Kaiser-windowed sinc with its cutoff at half the lower
-// rate, so the passband reaches 0.45 and the stopband starts at 0.55 of that
-// rate. Its half-length, 32 lower-rate samples, keeps the delay within 2 ms
-// down to 16 kHz, and beta 10 maximises the worst stopband attenuation for
-// that length: 99.6 dB at 0.55, 105 dB from 0.6.
+// A stream runs through a chain of stages (rsmpl/hq/plan.cpp): half-band
+// stages by two and one polyphase stage for the fraction. Each of the two
+// grades (16-bit material, about 110 dB; 24-bit material, about 150 dB) has
+// its own set of designs, all Kaiser-windowed sincs:
 //
-// Ratios whose terms are small (L / M with both at most 8) sample the filter
-// on the grid of 1/D lower-rate samples, D = max(L, M), and nowhere else, so
-// each such grid has a filter of its own, designed on it: a minimax lowpass
-// (Remez exchange) reaching 22 lower-rate samples a side (the outermost
-// grid point left at zero, so that an even window of 44 D / L input samples
-// holds it at every phase), passband to 0.45, stopband from 0.55 weighted
-// 600 (f / 0.55)^2 to 1. Trading the passband's ripple (0.07 dB) for the
-// stopband (103.5 dB at 0.55, 112 dB from 0.9) lets it be a third shorter
-// than the windowed sinc. The margin at 0.55 is for ratios L / M with M > 1,
-// whose output sampling can fold two images of a tone onto one frequency
-// (6 dB more at worst); the rising weight keeps the images of low tones,
-// which lie far into the stopband, as far down as the windowed sinc's.
-// (One such prototype for every grid would not do: its flat stopband would
-// fold onto coarse grids.)
+// - the sharp half-band, run at twice the lower rate: passband to 0.225 and
+//   stopband from 0.275 of its rate (0.45 and 0.55 of the lower rate);
+// - three relaxed half-bands for the stages further from the lower rate,
+//   with stopbands from 0.3625, 0.43125 and 0.4656 of their rate (the
+//   passband they must keep is at most 0.1125, 0.05625, 0.028 of it);
+// - the polyphase kernel, a continuous impulse response over `taps` units of
+//   its slower side's samples, passband to 0.225 and stopband from 0.725
+//   cycles per unit, held at `phases` phases per unit and interpolated
+//   between them quadratically.
+//
+// Half-band designs are given by `half`, the side taps a half-band has at
+// odd distances 1, 3, ..., 2 half - 1 high-rate samples from its centre, and
+// the Kaiser window's beta; the window reaches 2 half samples either way.
 #ifndef SKELDA_TOOLS_HQ_TABLE_RULE_H
 #define SKELDA_TOOLS_HQ_TABLE_RULE_H
 
@@ -31,60 +29,113 @@
 
 #include <vector>
 
-#include "tools/remez.h"
 #include "tools/sinc_table_rule.h"
 
 namespace hq_rule {
 
-constexpr int kOversample = 64;  // table entries per lower-rate sample
-
-struct Prototype {
-  int half;     // half-length in lower-rate samples
-  double beta;  // Kaiser window parameter
-};
-constexpr Prototype kPrototype{32, 10.0};
-
-// Entries of one side, centre included, plus one zero past the end so that
-// the four-point interpolation never reads outside.
-constexpr int Entries(const Prototype &p) { return p.half * kOversample + 2; }
-
-// The window's Bessel function is the sinc interpolator's.
 using sinc_rule::BesselI0;
 
-// The prototype at t lower-rate samples from its centre.
-inline double Value(const Prototype &p, double t) {
-  t = std::fabs(t);
-  if (t >= p.half) return 0.0;
-  const double sinc = t == 0.0 ? 1.0 : std::sin(M_PI * t) / (M_PI * t);
-  const double r = t / p.half;
-  return sinc * BesselI0(p.beta * std::sqrt(1.0 - r * r)) / BesselI0(p.beta);
+struct Halfband {
+  int half;
+  double beta;
+};
+
+struct Kernel {
+  int taps;       // units of the slower side the response spans
+  int phases;     // table phases per unit
+  double cutoff;  // cycles per unit, where the sinc's response is one half
+  double beta;
+};
+
+struct Grade {
+  const char *name;
+  Halfband sharp;
+  Halfband relaxed[3];
+  Kernel kernel;
+};
+
+constexpr Grade kGrades[2] = {
+    {"16", {39, 12.2}, {{9, 12.6}, {6, 13.6}, {5, 13.4}}, {16, 64, 0.47, 12.75}},
+    {"24", {53, 16.6}, {{13, 18.3}, {8, 18.2}, {7, 18.6}}, {24, 256, 0.47, 19.25}},
+};
+
+// Band edges the designs are held to (cycles per high-rate sample for the
+// half-bands, cycles per unit for the kernel), and the attenuation each
+// grade promises there.
+constexpr double kSharpStop = 0.275;
+constexpr double kRelaxedStop[3] = {0.3625, 0.43125, 0.4656};
+constexpr double kKernelPass = 0.225, kKernelStop = 0.725;
+constexpr double kPromisedDb[2] = {110.0, 150.0};
+
+constexpr double kQ30 = 1073741824.0;
+
+inline double Kaiser(double r, double beta) {
+  if (std::fabs(r) >= 1.0) return 0.0;
+  return BesselI0(beta * std::sqrt(1.0 - r * r)) / BesselI0(beta);
 }
 
-// Q30, rounded to nearest.
-inline int32_t Entry(const Prototype &p, int i) {
-  return static_cast<int32_t>(std::llround(1073741824.0 * Value(p, static_cast<double>(i) / kOversample)));
+// The half-band's side tap at odd distance 2j + 1, at the gain of the
+// interpolating half-band (centre 1).
+inline double SideTap(const Halfband &h, int j) {
+  const double t = 2.0 * j + 1.0;
+  return std::sin(M_PI * t / 2.0) / (M_PI * t / 2.0) * Kaiser(t / (2.0 * h.half), h.beta);
 }
 
-// The grids with a design of their own: D = 2..kDirectMax.
-constexpr int kDirectMax = 8;
-constexpr int kDirectHalf = 22;  // half-length in lower-rate samples
-constexpr double kDirectStopWeight = 600.0;
-constexpr double kDirectStopRise = 2.0;
+// The folded taps g[d], d = 0..half - 1, in Q30: g[d] weighs the sample
+// pair d samples from either end of the 2 half samples an output of the
+// filtering branch reads. Rounded to nearest, then the innermost tap
+// corrected so that the pairs sum to exactly 2^29 (the branch passes DC at
+// unit gain).
+inline std::vector<int32_t> HalfbandTaps(const Halfband &h) {
+  std::vector<int64_t> g(h.half);
+  int64_t sum = 0;
+  for (int d = 0; d < h.half; ++d) {
+    g[d] = std::llround(kQ30 * SideTap(h, h.half - 1 - d));
+    sum += g[d];
+  }
+  g[h.half - 1] += (int64_t{1} << 29) - sum;
+  return std::vector<int32_t>(g.begin(), g.end());
+}
 
-// Entries of D's side: centre to edge, kDirectHalf D + 1, the last zero.
-constexpr int DirectEntries(int d) { return kDirectHalf * d + 1; }
+// The kernel's continuous response at tau units, centred on taps / 2.
+inline double KernelValue(const Kernel &k, double tau) {
+  const double t = tau - k.taps / 2.0;
+  const double x = 2.0 * k.cutoff * t;
+  const double sinc = x == 0.0 ? 1.0 : std::sin(M_PI * x) / (M_PI * x);
+  return 2.0 * k.cutoff * sinc * Kaiser(t / (k.taps / 2.0), k.beta);
+}
 
-// D's side in Q30, normalised so that every one of its D phases sums to
-// about 1 (the taps in all sum to D).
-inline std::vector<int32_t> DirectSide(int d) {
-  const int m = kDirectHalf * d - 1;
-  const std::vector<double> h = remez::Lowpass(m, 0.45 / d, 0.55 / d, kDirectStopWeight, kDirectStopRise);
-  double sum = 0;
-  for (double v : h) sum += v;
-  std::vector<int32_t> side(DirectEntries(d), 0);
-  for (int i = 0; i <= m; ++i)
-    side[i] = static_cast<int32_t>(std::llround(1073741824.0 * h[m + i] * d / sum));
-  return side;
+// Row q of the kernel: taps h(i + q / phases), i = 0..taps - 1, in Q30,
+// corrected at its largest tap to sum to exactly 2^30.
+inline std::vector<int64_t> KernelRow(const Kernel &k, int q) {
+  std::vector<int64_t> row(k.taps);
+  int64_t sum = 0;
+  int peak = 0;
+  for (int i = 0; i < k.taps; ++i) {
+    row[i] = std::llround(kQ30 * KernelValue(k, i + static_cast<double>(q) / k.phases));
+    sum += row[i];
+    if (std::llabs(row[i]) > std::llabs(row[peak])) peak = i;
+  }
+  row[peak] += (int64_t{1} << 30) - sum;
+  return row;
+}
+
+// The table the engine interpolates: for every base phase q = 0..phases,
+// three rows of `taps`: the row itself, its first forward difference and
+// its second (rows q, q + 1 and q + 2 give the quadratic through them).
+inline std::vector<int32_t> KernelTable(const Kernel &k) {
+  std::vector<int32_t> table;
+  table.reserve(static_cast<size_t>(k.phases + 1) * 3 * k.taps);
+  std::vector<int64_t> r0 = KernelRow(k, 0), r1 = KernelRow(k, 1);
+  for (int q = 0; q <= k.phases; ++q) {
+    const std::vector<int64_t> r2 = KernelRow(k, q + 2);
+    for (int i = 0; i < k.taps; ++i) table.push_back(static_cast<int32_t>(r0[i]));
+    for (int i = 0; i < k.taps; ++i) table.push_back(static_cast<int32_t>(r1[i] - r0[i]));
+    for (int i = 0; i < k.taps; ++i) table.push_back(static_cast<int32_t>(r2[i] - 2 * r1[i] + r0[i]));
+    r0 = r1;
+    r1 = r2;
+  }
+  return table;
 }
 
 }  // namespace hq_rule

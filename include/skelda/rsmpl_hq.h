@@ -1,28 +1,39 @@
 /* SPDX-License-Identifier: MIT */
-/* High-quality resampler: any pair of rates from 8000 to 192000 Hz, 1 to 8
- * interleaved channels of 16-bit samples, integer arithmetic throughout.
+/* High-quality resampler: any pair of rates from 4000 to 768000 Hz, 1 to 64
+ * interleaved channels, integer arithmetic throughout, in two grades:
  *
- * The filter's passband reaches 0.45 and its stopband starts at 0.55 of the
- * lower rate: a polyphase Kaiser-windowed sinc (about 100 dB down), or, for
- * ratios whose terms are both at most 8 (3/2, 1/3, 2, 4/3, ...), a shorter
- * minimax design of that ratio's own (103 dB down, 0.07 dB passband ripple),
- * computed eight outputs at a time. Positions are exact
- * integers: the stream runs at a rational ratio (output frames / input
- * frames) that the rates give, or that RSMPL_HqSetRatio sets exactly (for
- * instance alsa-lib's output / input period sizes), so no stream drifts.
+ * - the 16-bit calls (RSMPL_Hq*) take and give int16 frames through filters
+ *   about 110 dB down, for 16-bit material;
+ * - the 32-bit calls (RSMPL_Hq32*) take and give int16 or int32 frames,
+ *   chosen per call, through filters about 150 dB down, for 24-bit material
+ *   (S32: full scale 2^31, 24-bit audio in the top 24 bits).
+ *
+ * Both run the same chain: half-band stages by two (one sharp, at twice
+ * the lower rate, holding the passband to 0.45 and the stopband from 0.55 of
+ * that rate; the others short, further out) around one polyphase stage for
+ * the fraction, so that the cost per output frame does not grow with the
+ * ratio. Samples inside have 30 bits and 6 dB of headroom; every sum of
+ * products is exact in 64 bits, and every CPU gives the same samples.
  *
  * The caller owns the state: RSMPL_HqGetStateSize tells how many bytes the
  * rates and channel count need, RSMPL_HqInit lays the state out in them, and
  * nothing allocates afterwards. Every call returns an RSMPL_Status and checks
  * all its arguments before doing any work: a call that fails changes
- * nothing.
+ * nothing. Every call but Init is real-time safe: no allocation, no table
+ * built, no work that grows with the state beyond the frames it converts.
  *
- * Timing: output frame n stands for input position n / ratio - delay, where
- * delay (RSMPL_HqInfo.delayFrames, in input frames) is fixed by the rates:
- * half the windowed sinc's length, whichever filter runs. Output n is written as soon as the input it needs is in, so after
- * N input frames in all exactly ceil(N * ratio) output frames have been
- * written; when a whole number of periods of an exact ratio has gone in,
- * that is exactly the periods' output. */
+ * Timing: the stream runs at a ratio (output frames / input frames) that
+ * the rates give, or that RSMPL_HqSetRatio sets exactly (alsa-lib's period
+ * sizes, say), or that RSMPL_HqSetRatioScale sets as a fixed-point multiple
+ * of the rates' ratio (a clock to follow). Output n stands for input
+ * position t_n - delay, where t_0 = 0 and each output moves t on by the
+ * ratio's inverse, and is written as soon as input frame floor(t_n) is in:
+ * at a fixed ratio L / M, after N input frames in all exactly ceil(N L / M)
+ * output frames have been written, so a whole number of periods gives
+ * exactly the periods' output. A new ratio applies from the stream's
+ * current position, which it never moves: the outputs after it stand where
+ * the new ratio puts them, counted from where the old one left off (to
+ * within 2^-32 of an input frame). */
 #ifndef SKELDA_RSMPL_HQ_H
 #define SKELDA_RSMPL_HQ_H
 
@@ -34,9 +45,9 @@
 SKELDA_EXTERN_C_BEGIN
 
 enum {
-  RSMPL_HQ_RATE_MIN = 8000,
-  RSMPL_HQ_RATE_MAX = 192000,
-  RSMPL_HQ_MAX_CHANNELS = 8
+  RSMPL_HQ_RATE_MIN = 4000,
+  RSMPL_HQ_RATE_MAX = 768000,
+  RSMPL_HQ_MAX_CHANNELS = 64
 };
 
 /* Status codes of this API beside those of rsmpl.h (1 null state, 2 null
@@ -53,38 +64,57 @@ typedef struct RSMPL_HqInfo {
   uint32_t inRate;
   uint32_t outRate;
   uint32_t channels;
-  uint32_t ratioOut;          /* the exact ratio in lowest terms: ratioOut output */
-  uint32_t ratioIn;           /* frames for every ratioIn input frames */
-  uint32_t taps;              /* inner-product length per output sample:
-                                 2 delayFrames for the windowed sinc, fewer
-                                 for a ratio's own minimax design */
-  uint32_t phases;            /* filter phases held in the state */
-  uint32_t interpolated;      /* 1 when ratioOut exceeds the phases held and
-                                 each output blends two neighbouring phases */
-  uint32_t delayFrames;       /* group delay in input frames */
-  uint32_t delayMicroseconds; /* group delay in microseconds, rounded */
+  uint32_t ratioOut;          /* the ratio in lowest terms: ratioOut output */
+  uint32_t ratioIn;           /* frames for every ratioIn input frames (a
+                                 scaled ratio: the nearest such fraction) */
+  uint32_t taps;              /* the polyphase kernel's length */
+  uint32_t phases;            /* its phases per sample, between which it is
+                                 interpolated */
+  uint32_t interpolated;      /* 1: the kernel is interpolated between phases */
+  uint32_t delayFrames;       /* the chain's delay in input frames, rounded */
+  uint32_t delayMicroseconds; /* the same in microseconds, rounded */
 } RSMPL_HqInfo;
 
+/* Where the stream stands (RSMPL_HqGetPosition). Positions are in input
+ * frames, as a whole part and a fraction in units of 2^-32. */
+typedef struct RSMPL_HqPosition {
+  uint64_t inputFrames;     /* input frames taken since Init or Reset */
+  uint64_t outputFrames;    /* output frames written since then */
+  int64_t nextFrame;        /* the input position the next output stands */
+  uint32_t nextFraction;    /*   for (delay included; negative at the start) */
+  uint32_t delayFraction;   /* the chain's delay: delayFrames + */
+  uint64_t delayFrames;     /*   delayFraction / 2^32 input frames */
+} RSMPL_HqPosition;
+
+/* A ratio may lie within 1/8 of outRate / inRate either way. The filters
+ * stay those the rates gave, so beyond a few per cent from the rates' ratio
+ * the top of the passband folds (output slower) or the band shrinks. */
+
 /* Bytes of state for these rates and channels (8 to 65536-byte aligned
- * blocks are fine; the state aligns itself). 3 for a rate outside
- * 8000..192000, 4 for channels outside 1..8, 2 for a null `size`. */
+ * blocks are fine). 3 for a rate outside 4000..768000, 4 for channels
+ * outside 1..64, 2 for a null `size`. */
 SKELDA_API RSMPL_Status RSMPL_HqGetStateSize(uint32_t inRate, uint32_t outRate,
                                              uint32_t channels, uint32_t *size);
 
-/* Lays out a state in `size` bytes at `state`, designs the filter for the
- * rates and starts a silent stream at the rates' ratio. 1 for a null state,
- * 3 for a bad rate, 4 for bad channels or `size` below what
- * RSMPL_HqGetStateSize asks. */
+/* Lays out a state in `size` bytes at `state` for the rates and starts a
+ * silent stream at the rates' ratio. 1 for a null state, 3 for a bad rate,
+ * 4 for bad channels, `size` below what RSMPL_HqGetStateSize asks, or a
+ * block not 8-byte aligned. */
 SKELDA_API RSMPL_Status RSMPL_HqInit(RSMPL_HqState *state, uint32_t size, uint32_t inRate,
                                      uint32_t outRate, uint32_t channels);
 
-/* Runs the stream at exactly outFrames / inFrames from now on (the filter
- * stays the one the rates gave). The ratio must lie within 1/16 of
- * outRate / inRate either way; the stream's position carries over, rounded
- * to the new ratio's phase grid. 1 null state, 7 state not initialised,
- * 3 for a zero count or a ratio too far from the rates'. */
+/* Runs the stream at exactly outFrames / inFrames from its current
+ * position on: any terms up to 2^32 - 1 whose ratio lies within 1/8 of
+ * outRate / inRate. 1 null state, 7 state not initialised, 3 for a zero
+ * term or a ratio outside that window. */
 SKELDA_API RSMPL_Status RSMPL_HqSetRatio(RSMPL_HqState *state, uint32_t outFrames,
                                          uint32_t inFrames);
+
+/* Runs the stream at outRate / inRate times scale / 2^32 from its current
+ * position on (2^32: the rates' ratio; 2^32 + 4295: about 1 ppm faster
+ * output), for callers that follow a clock. The scale must lie within 1/8
+ * of 2^32 either way. 1 null state, 7 not initialised, 3 out of range. */
+SKELDA_API RSMPL_Status RSMPL_HqSetRatioScale(RSMPL_HqState *state, uint64_t scale);
 
 /* Silent history and the stream back at its start; rates, ratio and filter
  * stay. 1 null state, 7 state not initialised. */
@@ -92,14 +122,14 @@ SKELDA_API RSMPL_Status RSMPL_HqReset(RSMPL_HqState *state);
 
 /* Converts interleaved frames. On entry *inFrames and *outFrames hold the
  * frames available in `in` and the room in `out`; on return, the frames
- * consumed and written. Input is consumed frame by frame as long as the
- * outputs each frame makes ready fit in the room left, and every output made
- * ready is written: so the state never holds a finished output back, and a
- * call with room for ceil(*inFrames * ratio) frames or more consumes all its
- * input. `in` may be null when *inFrames is 0 and `out` when *outFrames is 0.
- * `in` and `out` may be the same buffer when the ratio is at most 1; other
- * overlaps give 8. 1 null state, 7 not initialised, 2 null counts or null
- * buffer with a nonzero count, 8 overlap. */
+ * consumed and written. Input is consumed as long as the outputs it makes
+ * due fit in the room left, and every output due is written: so the
+ * stream never holds a due output back, and a call with room for
+ * ceil(*inFrames * ratio) frames or more consumes all its input. `in` may
+ * be null when *inFrames is 0 and `out` when *outFrames is 0. `in` and
+ * `out` may be the same buffer when the ratio is at most 1; other overlaps
+ * give 8. 1 null state, 7 not initialised, 2 null counts or null buffer
+ * with a nonzero count, 8 overlap. */
 SKELDA_API RSMPL_Status RSMPL_HqProcess(RSMPL_HqState *state, const int16_t *in,
                                         uint32_t *inFrames, int16_t *out, uint32_t *outFrames);
 
@@ -110,28 +140,28 @@ SKELDA_API RSMPL_Status RSMPL_HqOutputFrames(const RSMPL_HqState *state, uint32_
                                              uint32_t *outFrames);
 
 /* The least input frames after which at least `outFrames` more outputs are
- * ready (capped at UINT32_MAX). Its last frame may make more outputs ready
- * than that: a call given that input and room for exactly `outFrames`
- * consumes it all only when it does not (room for the ratio's ceiling more
- * always suffices). 1, 7, then 2 for null result. */
+ * due (capped at UINT32_MAX). Its last frame may make more due than that: a
+ * call given that input and room for exactly `outFrames` consumes it all
+ * only when it does not. 1, 7, then 2 for null result. */
 SKELDA_API RSMPL_Status RSMPL_HqInputFrames(const RSMPL_HqState *state, uint32_t outFrames,
                                             uint32_t *inFrames);
 
 /* Describes the state's filter, ratio and delay. 1, 7, then 2 for null. */
 SKELDA_API RSMPL_Status RSMPL_HqGetInfo(const RSMPL_HqState *state, RSMPL_HqInfo *info);
 
-/* The 32-bit resampler: the same rates, channels, ratios, exact positions
- * and calls as above, for 24-bit material. Samples are int32 (S32: full
- * scale 2^31, 24-bit audio in the top 24 bits) or int16 (S16), chosen per
- * call for input and output; inside, every sample is 32 bits and every
- * coefficient 30 bits after the point, summed exactly in 64 bits. The
- * filter is a Kaiser-windowed sinc reaching 48 lower-rate samples a side
- * (RSMPL_HqInfo.delayFrames input frames, at most half again the 16-bit
- * resampler's delay): passband to 0.45 of the lower rate within 0.003 dB,
- * stopband from 0.55 about 150 dB down. S32 output is the exact result
- * rounded once; S16 output rounds that to 16 bits, after TPDF dither of
- * +-1 LSB when RSMPL_Hq32SetDither turned it on (a fixed-seed generator,
- * restarted by Init and Reset, so the samples stay reproducible). */
+/* Where the stream stands: frames taken and written, the input position
+ * the next output stands for and the delay, to 2^-32 of a frame (what a
+ * caller following a clock measures its buffer by). 1, 7, then 2. */
+SKELDA_API RSMPL_Status RSMPL_HqGetPosition(const RSMPL_HqState *state, RSMPL_HqPosition *position);
+
+/* The 32-bit calls: the same rates, channels, ratios, positions and calls
+ * as above, through the grade for 24-bit material (passband to 0.45 of the
+ * lower rate within 0.003 dB, stopband from 0.55 about 150 dB down). Samples
+ * are int32 (S32) or int16 (S16), chosen per call for input and output. S32
+ * output is the result rounded once; S16 output rounds it to 16 bits, after
+ * TPDF dither of +-1 LSB when RSMPL_Hq32SetDither turned it on (a
+ * fixed-seed generator, restarted by Init and Reset, so the samples stay
+ * reproducible). */
 enum {
   RSMPL_HQ_S16 = 0, /* int16_t samples */
   RSMPL_HQ_S32 = 1  /* int32_t samples */
@@ -153,9 +183,10 @@ SKELDA_API RSMPL_Status RSMPL_Hq32GetStateSize(uint32_t inRate, uint32_t outRate
 SKELDA_API RSMPL_Status RSMPL_Hq32Init(RSMPL_Hq32State *state, uint32_t size, uint32_t inRate,
                                        uint32_t outRate, uint32_t channels);
 
-/* As RSMPL_HqSetRatio. */
+/* As RSMPL_HqSetRatio and RSMPL_HqSetRatioScale. */
 SKELDA_API RSMPL_Status RSMPL_Hq32SetRatio(RSMPL_Hq32State *state, uint32_t outFrames,
                                            uint32_t inFrames);
+SKELDA_API RSMPL_Status RSMPL_Hq32SetRatioScale(RSMPL_Hq32State *state, uint64_t scale);
 
 /* TPDF dither on S16 output from now on (`dither` nonzero) or off. 1 null
  * state, 7 state not initialised. */
@@ -174,15 +205,15 @@ SKELDA_API RSMPL_Status RSMPL_Hq32Process(RSMPL_Hq32State *state, const void *in
                                           uint32_t inFormat, uint32_t *inFrames, void *out,
                                           uint32_t outFormat, uint32_t *outFrames);
 
-/* As RSMPL_HqOutputFrames and RSMPL_HqInputFrames. */
+/* As RSMPL_HqOutputFrames, RSMPL_HqInputFrames, RSMPL_HqGetInfo and
+ * RSMPL_HqGetPosition. */
 SKELDA_API RSMPL_Status RSMPL_Hq32OutputFrames(const RSMPL_Hq32State *state, uint32_t inFrames,
                                                uint32_t *outFrames);
 SKELDA_API RSMPL_Status RSMPL_Hq32InputFrames(const RSMPL_Hq32State *state, uint32_t outFrames,
                                               uint32_t *inFrames);
-
-/* As RSMPL_HqGetInfo: `taps` is the inner-product length per output, the
- * delay the window's centre. */
 SKELDA_API RSMPL_Status RSMPL_Hq32GetInfo(const RSMPL_Hq32State *state, RSMPL_HqInfo *info);
+SKELDA_API RSMPL_Status RSMPL_Hq32GetPosition(const RSMPL_Hq32State *state,
+                                              RSMPL_HqPosition *position);
 
 SKELDA_EXTERN_C_END
 

@@ -1,33 +1,104 @@
 // SPDX-License-Identifier: MIT
 // The high-quality resampler's kernels as one table per instruction set:
-// its inner product, its output loop built around that build's inner
-// products and its fill of the small ratios' pair rows (hq/kernel.h), so that the tests can hold every build to the
-// plain one.
+// the half-band branches, the polyphase kernel's blend, inner products and
+// deposits, and the polyphase passes built around them (hq/kernel.h), so
+// that the tests can hold every build to the plain one. Every sample is
+// int32 (full scale 2^29, two samples' sum within 32 bits), every tap Q30,
+// every sum exact in 64 bits; every output is rounded half up and clamped
+// to [-2^30, 2^30).
 #ifndef SKELDA_RSMPL_HQ_KERNELS_H
 #define SKELDA_RSMPL_HQ_KERNELS_H
 
+#include <cstddef>
 #include <cstdint>
 
-struct RSMPL_HqState;
+#include "rsmpl/hq/designs.h"
+#include "rsmpl/hq/position.h"
 
 namespace rsmpl {
 
-// `taps` (a multiple of 16) samples against `taps` hi then `taps` lo
-// coefficients, returning (sum_hi << shift) + sum_lo. The coefficients are
-// sized so that neither sum leaves 32 bits, which lets the SIMD builds add
-// in 32-bit lanes.
-using HqDotFn = int64_t (*)(const int16_t *x, const int16_t *coef, uint32_t taps, uint32_t shift);
+// The interpolating half-band over n inputs: for t < n, out[2 t] is the
+// filtering branch sum_d g[d] (x[t - d] + x[t - 2 half + 1 + d]) rounded by
+// 2^30, and out[2 t + 1] = x[t - half + 1]. x[-(2 half - 1)] must exist.
+using HqHalfUpFn = void (*)(const int32_t *x, const int32_t *g, uint32_t half, int32_t *out, uint32_t n);
+// The decimating half-band for n outputs: out[t] = (sum_d g[d] (e[t - d] +
+// e[t - 2 half + 1 + d]) + 2^30 o[t]) rounded by 2^31, e the even and o the
+// odd input samples.
+using HqHalfDownFn = void (*)(const int32_t *e, const int32_t *o, const int32_t *g, uint32_t half,
+                              int32_t *out, uint32_t n);
+// The kernel's taps between phases: b = c0[k] + floor(d1[k] w / 2^31) +
+// floor(d2[k] w2 / 2^31), with rows = c0, d1, d2 (taps each), w in Q31 and
+// w2 = floor(w (w - 2^31) / 2^32); c[k] = b, or floor(b gain / 2^29) when
+// gain (Q29) is not 2^29.
+using HqBlendFn = void (*)(const int32_t *rows, uint32_t taps, int32_t w, int32_t w2, int32_t gain, int32_t *c);
+// Inner products for `rows` channels: y[r ystride] = sum_k c[k] x[r xstride
+// + k], rounded by 2^30.
+using HqDotsFn = void (*)(const int32_t *x, size_t xstride, uint32_t rows, const int32_t *c, uint32_t taps,
+                          int32_t *y, size_t ystride);
+// Deposits for `rows` channels: acc[r astride + k] += x[r xstride] c[k].
+using HqDepositFn = void (*)(int64_t *acc, size_t astride, uint32_t rows, const int32_t *x, size_t xstride,
+                             const int32_t *c, uint32_t taps);
 
-// Writes the outputs that are ready and fit in `room`, returns how many.
-using HqProduceFn = uint32_t (*)(struct ::RSMPL_HqState *st, int16_t *out, uint32_t room);
+// The taps of every phase a ratio L / M visits, made once each: when the
+// step's denominator (L going up, M going down) is at most `phases` and the
+// position lies on its grid, every position's fraction is r / den for some
+// r < den, and row r (taps int32 at rows + r taps) holds that fraction's
+// taps once bit r of `made` is set. rows null: no cache.
+struct HqPhaseCache {
+  int32_t *rows;
+  uint32_t *made;
+};
 
-// Appends `take` frames of input to a direct design's pair rows.
-using HqTakeFn = void (*)(struct ::RSMPL_HqState *st, const int16_t *src, uint32_t take);
+// One pass of the polyphase stage (up): outputs while their newest sample
+// (floor of the position) is in and `room` lasts, each from the kernel at
+// one minus the position's fraction.
+struct HqPolyJob {
+  const int32_t *x;  // channel 0's line; channel c at x + c xstride
+  size_t xstride;
+  uint32_t channels;
+  uint32_t room;
+  int64_t base;      // absolute index of x[0]
+  int64_t end;       // absolute index one past the newest sample
+  HqPos pos;         // in: the next output's; out: the one after the last made
+  HqPos last;        // out: the last output's, when one was made
+  HqStep step;
+  const HqKernel *kernel;
+  int32_t *coef;     // 4 taps int32 of scratch
+  int32_t *y;        // channel c's outputs at y + c ystride
+  size_t ystride;
+  HqPhaseCache cache;
+};
+// One pass of the transposed polyphase stage (down): each of `count` input
+// samples, at output position pos, adds its kernel at ceil(pos) - pos,
+// weighted by the span of output it stands for (`gain`), to the sums of
+// outputs ceil(pos) .. ceil(pos) + taps - 1.
+struct HqPolyTJob {
+  const int32_t *x;
+  size_t xstride;
+  uint32_t channels;
+  uint32_t count;
+  HqPos pos;
+  HqPos last;
+  HqStep step;
+  int32_t gain;      // Q29: the output positions an input spans (the step)
+  const HqKernel *kernel;
+  int32_t *coef;
+  int64_t *acc;      // channel c's sums at acc + c astride
+  size_t astride;
+  int64_t acc_base;  // output index of acc[0]
+  HqPhaseCache cache;
+};
+using HqPolyFn = uint32_t (*)(HqPolyJob *job);
+using HqPolyTFn = void (*)(HqPolyTJob *job);
 
 struct HqKernels {
-  HqDotFn dot;
-  HqProduceFn produce;
-  HqTakeFn take_rows;
+  HqHalfUpFn half_up;
+  HqHalfDownFn half_down;
+  HqBlendFn blend;
+  HqDotsFn dots;
+  HqDepositFn deposit;
+  HqPolyFn poly;
+  HqPolyTFn poly_t;
 };
 
 // One table per build: the plain reference here in hq/, the others in the

@@ -1,75 +1,76 @@
 // SPDX-License-Identifier: MIT
-// Layout and arithmetic of the high-quality resampler's state.
+// The high-quality resampler's state: its chain of stages, the stream's
+// exact position and the samples each stage keeps.
 //
-// Output n of the stream reads the T input samples ending at e_n = floor(n
-// M / L) (samples before the stream are silence), at phase r_n = n M mod L,
-// for the ratio L / M (output / input frames) in lowest terms. The T
-// coefficients of phase r/L hold the prototype at the taps' distances from
-// input position n M / L - T/2, so the delay is T/2 input frames.
+// The chain (planned by rsmpl/hq/plan.cpp from the rates) is half-band
+// stages by two and one polyphase stage for the fraction:
 //
-// The state holds P + 1 phases of coefficients: P = L when they fit, else as
-// many as fit, and output n then blends phases q and q + 1 of the grid, q =
-// floor(r P / L), by weight (r P mod L) / L. Phase P is phase 0 one sample on.
+//   up (out >= in):   sharp x2 | polyphase 2 in -> R | x2 relaxed, k times
+//   down (out < in):  /2 relaxed, k times | transposed polyphase R -> 2 out | sharp /2
 //
-// Ratios whose terms are both at most kHqDirectMax (3/2, 1/3, ...) take the
-// design of their own grid instead (hq/tables.h): D = max(L, M), `active`
-// taps centred in the window (the rest are zero, the delay stays T/2), and
-// the lane kernel computes eight outputs of one phase at once, outputs n,
-// n + L, ..., n + 7L, whose newest samples lie M apart. For that, each
-// channel also keeps its samples as pairs (x[i], x[i - M]) in M rows by i
-// mod M, row position i div M, so that the eight outputs' pairs for a tap
-// pair (b, b + M) are consecutive. While a direct design runs, the pair rows
-// alone hold the samples; the lines are brought up to date when it ends.
+// where R = out / 2^k lies in [2 in, 4 in) (or is `out` itself when out <
+// 2 in), and likewise for the way down, so that the polyphase stage always
+// works between rates at most about two apart, and every stage's cost per
+// output is fixed whatever the ratio. The sharp half-band, at twice the
+// lower rate, holds the passband to 0.45 and the stopband from 0.55 of it;
+// the polyphase kernel and the relaxed half-bands only have to keep what
+// lies beyond, so they are short.
 //
-// Each coefficient is c = hi 2^S + lo with hi, lo 16-bit, so an inner product
-// is two 16 x 16-bit ones. At set-up S and the scale 2^F of the coefficients
-// are chosen so that neither sum can leave 32 bits for any input: the sum of
-// |lo| times 32768 and the largest sum of |hi| over a phase times 32768 stay
-// below 2^31, and so does sum_hi plus sum_lo / 2^S. The output is
-// (sum_hi 2^S + sum_lo) rounded half up by 2^F and saturated to 16 bits,
-// F = 14 + S; the SIMD builds take it in 32-bit lanes as
-// (sum_hi + ((sum_lo + 2^(F-1)) >> S)) >> 14, the same value.
+// Samples inside are int32 with full scale at 2^29 (S16 input times 2^14,
+// S32 input divided by 4): 30 bits of resolution, 6 dB of headroom, and two
+// samples' sum fits 32 bits, which the folded half-band kernels use. Every
+// stage rounds its output (sums of Q30 products, exact in 64 bits) and
+// clamps it to [-2^30, 2^30).
+//
+// The stream's position is the polyphase stage's (rsmpl/hq/position.h):
+// going up, where in its input the next output of the stage stands (one
+// group of 2^k final outputs); going down, where in its output the next
+// input sample stands. The public frame counts are derived from it
+// exactly (rsmpl/hq/counts.cpp): after N input frames at a ratio L / M the
+// stream has written ceil(N L / M) frames, and the stages, which may run a
+// little ahead, keep the outputs not yet due in a small queue.
 #ifndef SKELDA_RSMPL_HQ_STATE_H
 #define SKELDA_RSMPL_HQ_STATE_H
 
 #include <cstddef>
 #include <cstdint>
 
-#include "rsmpl/hq/tables.h"
+#include "rsmpl/hq/designs.h"
+#include "rsmpl/hq/position.h"
 #include "skelda/rsmpl_hq.h"
 
 namespace rsmpl {
 
-constexpr uint32_t kHqMagic = 0x48517631;      // "HQv1"
-constexpr uint32_t kHqMaxCoefficients = 65536;  // (P + 1) T at most
-constexpr uint32_t kHqChunk = 512;              // input frames per pass
-constexpr uint32_t kHqTapAlign = 16;
-constexpr uint32_t kHqHiShift = 14;             // F - S: the peak 1.0 in hi
-constexpr uint32_t kHqLanes = 8;                // outputs per lane-kernel pass
-// Pairs a channel's pair rows hold beyond its line: M rows of ceil(line_cap
-// / M) + kHqLanes + 1 pairs each, for M up to kHqDirectMax.
-constexpr uint32_t kHqPairSlack = (kHqLanes + 2) * kHqDirectMax;
+constexpr uint32_t kHqMagic16 = 0x48513136;  // "HQ16": the 16-bit calls' states
+constexpr uint32_t kHqMagic24 = 0x48513234;  // "HQ24": the 32-bit calls' states
+constexpr uint32_t kHqMaxStages = 10;
+constexpr uint32_t kHqNoiseSeed = 0x2545f491;
+// Samples that the largest stage of a pass takes in at most.
+constexpr uint32_t kHqPassSamples = 1024;
+constexpr uint32_t kHqMaxPass = 512;
+// Phases whose taps a state keeps (see HqPhaseCache): the ratios of
+// alsa-lib's period sizes (1024 / 941, 1115 / 256) fit.
+constexpr uint32_t kHqCachePhases = 1536;
+// Internal full scale, and the clamp of every stage's output.
+constexpr uint32_t kHqScaleBits = 29;
+constexpr int32_t kHqClampHigh = (1 << 30) - 1;
+constexpr int32_t kHqClampLow = -(1 << 30);
 
-// The filter for a pair of rates, before any state exists.
-struct HqDesign {
-  uint32_t half;       // prototype half-length in lower-rate samples
-  uint32_t taps;       // T, a multiple of kHqTapAlign
-  uint32_t max_phases; // phases the coefficient area holds
-  uint32_t line_cap;   // samples of each channel's input line
-  uint32_t bytes;      // whole state
+enum HqStageKind : uint32_t { kHqHalfUp = 0, kHqHalfDown = 1, kHqPoly = 2, kHqPolyT = 3 };
+
+struct HqStage {
+  uint32_t kind;
+  uint32_t design;  // half-bands: 0 sharp, 1..3 relaxed
+  uint32_t hist;    // samples each line keeps behind the next output's window
+  uint32_t cap;     // samples each line holds
+  uint32_t stride;  // int32 from one channel's line to the next
+  uint32_t fill;    // samples in each line (a /2 stage: in its even line)
+  uint32_t odd;     // a /2 stage: samples in its odd line
+  uint32_t next;    // half-bands: line index of the next output's newest sample
+  uint32_t at;      // offset of the stage's lines in the state's samples (int32)
+  uint32_t reserved;
+  int64_t base;     // the polyphase stages: absolute index of line position 0
 };
-
-// The direct design for the ratio L / M of a state with `taps` taps, or
-// d = 0 when the ratio has none (a term above kHqDirectMax, or 1/1).
-struct HqDirect {
-  uint32_t d;       // max(L, M)
-  uint32_t active;  // taps it spans, a multiple of 2M
-  uint32_t stride;  // pairs per row of a channel's pair rows
-};
-HqDirect hq_direct(uint32_t l, uint32_t m, uint32_t taps, uint32_t line_cap);
-
-// Checked by the callers: rates in range, channels 1..8.
-HqDesign hq_design(uint32_t in_rate, uint32_t out_rate, uint32_t channels);
 
 }  // namespace rsmpl
 
@@ -77,79 +78,95 @@ struct RSMPL_HqState {
   uint32_t magic;
   uint32_t bytes;
   uint32_t in_rate, out_rate, channels;
-  uint32_t half, taps, max_phases, line_cap;
-  uint32_t lo_shift;   // S
-  uint32_t out_shift;  // F
-  // The ratio L / M and the phase grid.
-  uint32_t ratio_out, ratio_in;  // L, M
-  uint32_t phases;               // P
-  uint32_t step_int, step_frac;  // M / L, M % L
-  uint32_t grid_int, grid_frac;  // (step_frac P) / L, (step_frac P) % L
-  uint64_t weight_inv;           // floor(2^40 / L)
-  // The stream.
-  uint32_t r;     // phase numerator of the next output, < L
-  uint32_t q;     // its grid phase, < P
-  uint32_t rem;   // r P mod L
-  uint32_t end;   // index in the lines of the next output's newest sample
-  uint32_t fill;  // samples in each line
-  // The direct design in use (d = 0: none).
-  uint32_t direct, active, pair_stride;
-  // 1 when the direct design folds (hq_build_pairs): L = 1, an even number
-  // of pair groups, and tap b (counted back from the newest) equal to tap
-  // active - b, tap 0 zero; so outputs can add mirrored samples first.
-  uint32_t folded;
-  // Coefficients (max_phases x 2T int16: hi then lo per phase; with a
-  // direct design, its tap pairs after L + 1 phases), then one line of line_cap
-  // samples per channel, then each channel's pair rows (2 (line_cap +
-  // kHqPairSlack) int16).
-  int16_t *coefficients() { return reinterpret_cast<int16_t *>(this + 1); }
-  const int16_t *coefficients() const { return reinterpret_cast<const int16_t *>(this + 1); }
-  int16_t *line(uint32_t c) {
-    return coefficients() + static_cast<size_t>(max_phases) * 2 * taps +
-           static_cast<size_t>(c) * line_cap;
+  uint32_t grade;       // rsmpl::HqGradeId
+  uint32_t up;          // 1: the chain goes up
+  uint32_t stages;      // in `stage`
+  uint32_t octaves;     // k: the relaxed half-bands
+  uint32_t poly;        // index of the polyphase stage
+  uint32_t pass;        // input frames per pass at most
+  uint32_t fifo_cap;    // frames the output queue holds
+  uint32_t fifo_fill;   // frames in it
+  uint32_t fifo_at;     // offset of the queue (int32, one line per channel)
+  uint32_t coef_at;     // offset of the blended taps (int32)
+  uint32_t acc_at;      // offset of the transposed stage's sums (int32 units, 8-byte aligned)
+  uint32_t acc_cap;     // sums per channel
+  uint32_t scratch_at;  // offset of one stage output's worth of samples (int32)
+  uint32_t cache_at;    // offset of kHqCachePhases rows of kernel taps (int32)
+  uint32_t made_at;     // offset of their bits: which rows are made
+  uint32_t cache_den;   // the denominator the made rows are for (0: none)
+  uint32_t dither;      // 1: TPDF dither on S16 output
+  uint32_t noise;       // the dither generator, never 0
+  int32_t gain;         // going down: the step in Q29, the weight of each input
+  int64_t acc_base;     // absolute output index of the first sum
+  // The ratio: L / M in lowest terms (0 / 0 when set as a scale), and the
+  // rates' own.
+  uint64_t ratio_out, ratio_in;
+  uint64_t nominal_out, nominal_in;
+  // The polyphase stage's position, the one before it and the steps
+  // (rsmpl/hq/counts.cpp says what each stands for).
+  rsmpl::HqPos pos, prev;
+  rsmpl::HqStep step, prev_step;
+  uint64_t consumed;     // input frames taken since the start
+  uint64_t emitted;      // output frames written since the start
+  uint64_t poly_count;   // polyphase outputs made (up) or inputs taken (down)
+  rsmpl::HqStage stage[rsmpl::kHqMaxStages];
+
+  int32_t *samples() { return reinterpret_cast<int32_t *>(this + 1); }
+  const int32_t *samples() const { return reinterpret_cast<const int32_t *>(this + 1); }
+  int32_t *line(uint32_t s, uint32_t c) { return samples() + stage[s].at + size_t{c} * stage[s].stride; }
+  const int32_t *line(uint32_t s, uint32_t c) const {
+    return samples() + stage[s].at + size_t{c} * stage[s].stride;
   }
-  const int16_t *line(uint32_t c) const {
-    return coefficients() + static_cast<size_t>(max_phases) * 2 * taps +
-           static_cast<size_t>(c) * line_cap;
+  // A /2 stage's odd line of channel c, after the even lines of all channels.
+  int32_t *odd_line(uint32_t s, uint32_t c) { return line(s, channels + c); }
+  const int32_t *odd_line(uint32_t s, uint32_t c) const { return line(s, channels + c); }
+  int32_t *fifo(uint32_t c) { return samples() + fifo_at + size_t{c} * fifo_cap; }
+  const int32_t *fifo(uint32_t c) const { return samples() + fifo_at + size_t{c} * fifo_cap; }
+  int32_t *coef() { return samples() + coef_at; }
+  int32_t *scratch() { return samples() + scratch_at; }
+  int32_t *cache() { return samples() + cache_at; }
+  uint32_t *made() { return reinterpret_cast<uint32_t *>(samples() + made_at); }
+  int64_t *acc(uint32_t c) { return reinterpret_cast<int64_t *>(samples() + acc_at) + size_t{c} * acc_cap; }
+  const int64_t *acc(uint32_t c) const {
+    return reinterpret_cast<const int64_t *>(samples() + acc_at) + size_t{c} * acc_cap;
   }
-  // A direct design's tap pairs, after the hi and lo of its L + 1 phases.
-  int16_t *pair_coefficients() { return coefficients() + pair_coefficients_at(); }
-  const int16_t *pair_coefficients() const { return coefficients() + pair_coefficients_at(); }
-  int16_t *pairs(uint32_t c) { return line(channels) + static_cast<size_t>(c) * pair_line_size(); }
-  const int16_t *pairs(uint32_t c) const {
-    return line(channels) + static_cast<size_t>(c) * pair_line_size();
-  }
-  size_t pair_coefficients_at() const {
-    return static_cast<size_t>(rsmpl::kHqDirectMax + 1) * 2 * taps;
-  }
-  size_t pair_line_size() const { return static_cast<size_t>(2) * (line_cap + rsmpl::kHqPairSlack); }
+  const rsmpl::HqGrade &design() const { return rsmpl::kHqGrades[grade]; }
 };
 
 namespace rsmpl {
 
-// Builds the coefficients of P phases (plus the closing one) for the ratio
-// L / M, from the direct design when it has one, and sets the shifts; false
-// when the sums could leave 32 bits (no design does that).
-bool hq_build_phases(RSMPL_HqState *st, uint32_t phases, uint32_t l, uint32_t m,
-                     const HqDirect &design);
-// A direct design's tap pairs from its phases' hi and lo, and whether it
-// folds.
-void hq_build_pairs(RSMPL_HqState *st, uint32_t l, uint32_t m);
-// The pair rows of every channel for line positions [from, to), from the
-// lines; the lines from the pair rows.
-void hq_fill_pairs(RSMPL_HqState *st, uint32_t from, uint32_t to);
-void hq_lines_from_pairs(RSMPL_HqState *st);
-// Sets the ratio L / M (lowest terms, checked) and the phase grid, keeping
-// the stream's position; rebuilds the coefficients when the grid changes.
-bool hq_set_ratio(RSMPL_HqState *st, uint32_t ratio_out, uint32_t ratio_in);
-// Silent history, first output next.
+// The chain for a pair of rates: fills `st`'s plan fields (everything up to
+// the stream's variables) when `st` is not null, and returns the state's
+// bytes. Rates and channels are checked by the callers.
+uint32_t hq_plan(uint32_t in_rate, uint32_t out_rate, uint32_t channels, uint32_t grade,
+                 RSMPL_HqState *st);
+// The half-band design stage s runs.
+const HqHalfband &hq_halfband(const RSMPL_HqState &st, uint32_t s);
+
+// Sets the ratio L / M (lowest terms, checked by the caller), or a scale of
+// the rates' ratio in Q32 when `scale` is not zero; the position carries
+// over.
+void hq_set_ratio(RSMPL_HqState *st, uint64_t l, uint64_t m);
+void hq_set_scale(RSMPL_HqState *st, uint64_t scale);
+// Whether the stream makes at most one output frame per input frame.
+bool hq_ratio_at_most_one(const RSMPL_HqState *st);
+// Silent history, the stream at its start; rates, ratio and dither stay.
 void hq_reset(RSMPL_HqState *st);
-// The conversion loop behind RSMPL_HqProcess, on checked arguments.
-void hq_process(RSMPL_HqState *st, const int16_t *in, uint32_t *in_frames, int16_t *out,
-                uint32_t *out_frames);
-// Outputs ready after `in_frames` more input; input needed for `out_frames` more outputs.
+
+// The conversion behind the Process calls, on checked arguments.
+void hq_process(RSMPL_HqState *st, const void *in, uint32_t in_format, uint32_t *in_frames, void *out,
+                uint32_t out_format, uint32_t *out_frames);
+
+// Outputs ready after `in_frames` more input frames; the least input frames
+// after which `out_frames` more are ready (both saturated to 2^62).
 uint64_t hq_outputs_for(const RSMPL_HqState *st, uint64_t in_frames);
 uint64_t hq_inputs_for(const RSMPL_HqState *st, uint64_t out_frames);
+
+// The chain's delay in input frames, as a 32.32 fixed-point number.
+uint64_t hq_delay_q32(const RSMPL_HqState *st);
+// The stream position of the next output (t_n, before the delay) in input
+// frames: a whole part and a fraction in 2^-32.
+void hq_stream_time(const RSMPL_HqState *st, int64_t *whole, uint32_t *fraction);
 
 }  // namespace rsmpl
 

@@ -1,129 +1,234 @@
 // SPDX-License-Identifier: MIT
-// AVX2 build of the high-quality resampler's kernels (compiled with -mavx2,
-// used only when the CPU reports AVX2): sixteen products per vpmaddwd,
-// summed in 32-bit lanes, which the coefficients are sized for.
+// The high-quality resampler's kernels for AVX2: 32 x 32-bit products in
+// 64-bit lanes (vpmuldq on the even and, shifted down, the odd int32 of a
+// register), the half-bands eight outputs at a time with no horizontal
+// sums, the inner products and deposits over the kernel's taps. Results are
+// clamped in 64 bits before the shift, so that the low half of a logical
+// shift is the arithmetic one's.
 #include <immintrin.h>
 
-#include <cstring>
-
 #include "rsmpl/hq/kernel.h"
-#include "rsmpl/x86/hq_sse2.h"
 
 namespace rsmpl {
 namespace {
 
-struct Avx2Dot : HqPlainRows {
-  // Both sums stay in 32-bit lanes: the coefficients are sized for that.
-  static int64_t dot(const int16_t *x, const int16_t *coef, uint32_t taps, uint32_t shift) {
-    __m256i hi = _mm256_setzero_si256(), lo = _mm256_setzero_si256();
-    for (uint32_t t = 0; t < taps; t += 16) {
-      const __m256i xs = load(x + t);
-      hi = _mm256_add_epi32(hi, _mm256_madd_epi16(xs, load(coef + t)));
-      lo = _mm256_add_epi32(lo, _mm256_madd_epi16(xs, load(coef + taps + t)));
+inline __m256i load(const int32_t *p) { return _mm256_loadu_si256(reinterpret_cast<const __m256i *>(p)); }
+inline void store(int32_t *p, __m256i v) { _mm256_storeu_si256(reinterpret_cast<__m256i *>(p), v); }
+
+// The even int32 of a times b, and the odd ones, as int64.
+inline __m256i mul_even(__m256i a, __m256i b) { return _mm256_mul_epi32(a, b); }
+inline __m256i mul_odd(__m256i a, __m256i b) {
+  return _mm256_mul_epi32(_mm256_srli_epi64(a, 32), _mm256_srli_epi64(b, 32));
+}
+
+// (v + 2^(shift-1)) >> shift clamped to [-2^30, 2^30), in the low int32 of
+// each 64-bit lane.
+template <int Shift>
+inline __m256i round_clamp(__m256i v) {
+  const __m256i hi = _mm256_set1_epi64x((int64_t{1} << (30 + Shift)) - 1);
+  const __m256i lo = _mm256_set1_epi64x(-(int64_t{1} << (30 + Shift)));
+  v = _mm256_add_epi64(v, _mm256_set1_epi64x(int64_t{1} << (Shift - 1)));
+  v = _mm256_blendv_epi8(v, hi, _mm256_cmpgt_epi64(v, hi));
+  v = _mm256_blendv_epi8(v, lo, _mm256_cmpgt_epi64(lo, v));
+  return _mm256_srli_epi64(v, Shift);
+}
+
+// Eight int32 from even-lane and odd-lane int64 results.
+inline __m256i interleave(__m256i even, __m256i odd) {
+  return _mm256_blend_epi32(even, _mm256_slli_epi64(odd, 32), 0xaa);
+}
+
+inline int64_t hsum(__m256i v) {
+  const __m128i s = _mm_add_epi64(_mm256_castsi256_si128(v), _mm256_extracti128_si256(v, 1));
+  return _mm_cvtsi128_si64(s) + _mm_extract_epi64(s, 1);
+}
+
+// The folded half-band sums of eight consecutive outputs, even and odd
+// lanes apart, starting from `even` and `odd`.
+inline void halfband8(const int32_t *x, const int32_t *oldest, const int32_t *g, uint32_t half, __m256i *even,
+                      __m256i *odd) {
+  // Two pairs of sums, so that consecutive taps do not wait on each other.
+  __m256i e0 = *even, o0 = *odd, e1 = _mm256_setzero_si256(), o1 = _mm256_setzero_si256();
+  const int32_t *a = x, *b = oldest, *const end = g + (half & ~1u);
+  for (; g != end; g += 2, a -= 2, b += 2) {
+    const __m256i s0 = _mm256_add_epi32(load(a), load(b));
+    const __m256i s1 = _mm256_add_epi32(load(a - 1), load(b + 1));
+    // vpmuldq reads the low half of each 64-bit lane: a 32-bit broadcast does.
+    const __m256i g0 = _mm256_set1_epi32(g[0]), g1 = _mm256_set1_epi32(g[1]);
+    e0 = _mm256_add_epi64(e0, _mm256_mul_epi32(s0, g0));
+    o0 = _mm256_add_epi64(o0, _mm256_mul_epi32(_mm256_srli_epi64(s0, 32), g0));
+    e1 = _mm256_add_epi64(e1, _mm256_mul_epi32(s1, g1));
+    o1 = _mm256_add_epi64(o1, _mm256_mul_epi32(_mm256_srli_epi64(s1, 32), g1));
+  }
+  if (half & 1) {
+    const __m256i s = _mm256_add_epi32(load(a), load(b));
+    const __m256i gd = _mm256_set1_epi32(g[0]);
+    e0 = _mm256_add_epi64(e0, _mm256_mul_epi32(s, gd));
+    o0 = _mm256_add_epi64(o0, _mm256_mul_epi32(_mm256_srli_epi64(s, 32), gd));
+  }
+  *even = _mm256_add_epi64(e0, e1);
+  *odd = _mm256_add_epi64(o0, o1);
+}
+
+// Eight of the kernel's taps between phases (see HqBlendFn).
+inline __m256i blend8(const int32_t *c0, const int32_t *d1, const int32_t *d2, __m256i wv, __m256i w2v, __m256i gv,
+                      bool scaled) {
+  const __m256i a = load(d1), b = load(d2);
+  // Each product's floor by 2^31 fits 32 bits: the low half of the logical
+  // shift.
+  const __m256i pe =
+      _mm256_add_epi32(_mm256_srli_epi64(mul_even(a, wv), 31), _mm256_srli_epi64(mul_even(b, w2v), 31));
+  const __m256i po = _mm256_add_epi32(_mm256_srli_epi64(_mm256_mul_epi32(_mm256_srli_epi64(a, 32), wv), 31),
+                                      _mm256_srli_epi64(_mm256_mul_epi32(_mm256_srli_epi64(b, 32), w2v), 31));
+  __m256i v = _mm256_add_epi32(load(c0), interleave(pe, po));
+  if (scaled)
+    v = interleave(_mm256_srli_epi64(mul_even(v, gv), 29),
+                   _mm256_srli_epi64(_mm256_mul_epi32(_mm256_srli_epi64(v, 32), gv), 29));
+  return v;
+}
+
+struct Avx2Dot {
+  static void half_up(const int32_t *x, const int32_t *g, uint32_t half, int32_t *out, uint32_t n) {
+    const int32_t *oldest = x - (2 * half - 1);
+    uint32_t t = 0;
+    for (; t + 8 <= n; t += 8) {
+      __m256i e = _mm256_setzero_si256(), o = _mm256_setzero_si256();
+      halfband8(x + t, oldest + t, g, half, &e, &o);
+      const __m256i fir = interleave(round_clamp<30>(e), round_clamp<30>(o));
+      const __m256i copy = load(x + t - (half - 1));
+      const __m256i a = _mm256_unpacklo_epi32(fir, copy), b = _mm256_unpackhi_epi32(fir, copy);
+      store(out + 2 * t, _mm256_permute2x128_si256(a, b, 0x20));
+      store(out + 2 * t + 8, _mm256_permute2x128_si256(a, b, 0x31));
     }
-    const __m128i sums = fold(hi, lo, hi, lo);
-    return combine(_mm_cvtsi128_si32(sums), _mm_extract_epi32(sums, 1), shift);
+    for (; t < n; ++t) {
+      const int32_t *newest = x + t;
+      int64_t sum = 0;
+      for (uint32_t d = 0; d < half; ++d) sum += int64_t{g[d]} * (*(newest - d) + oldest[t + d]);
+      out[2 * t] = hq_round(sum, 30);
+      out[2 * t + 1] = *(newest - (half - 1));
+    }
   }
 
-  // Two frames of one or two channels: the channels share each coefficient
-  // load, and the (up to) four outputs share the reduction and the output
-  // step, taken in 32-bit lanes as hq/state.h describes.
-  template <int Channels>
-  static void frames(const int16_t *x0, const int16_t *x1, size_t line, const int16_t *c0,
-                        const int16_t *c1, uint32_t taps, uint32_t shift, int16_t *y,
-                        size_t frame_step) {
-    // Accumulators by frame and channel: hi and lo sums.
-    __m256i h00 = _mm256_setzero_si256(), h01 = h00, h10 = h00, h11 = h00;
-    __m256i l00 = h00, l01 = h00, l10 = h00, l11 = h00;
-    for (uint32_t t = 0; t < taps; t += 16) {
-      const __m256i hi0 = load(c0 + t), lo0 = load(c0 + taps + t);
-      const __m256i hi1 = load(c1 + t), lo1 = load(c1 + taps + t);
-      __m256i x = load(x0 + t);
-      h00 = _mm256_add_epi32(h00, _mm256_madd_epi16(x, hi0));
-      l00 = _mm256_add_epi32(l00, _mm256_madd_epi16(x, lo0));
-      x = load(x1 + t);
-      h10 = _mm256_add_epi32(h10, _mm256_madd_epi16(x, hi1));
-      l10 = _mm256_add_epi32(l10, _mm256_madd_epi16(x, lo1));
-      if constexpr (Channels == 2) {
-        x = load(x0 + line + t);
-        h01 = _mm256_add_epi32(h01, _mm256_madd_epi16(x, hi0));
-        l01 = _mm256_add_epi32(l01, _mm256_madd_epi16(x, lo0));
-        x = load(x1 + line + t);
-        h11 = _mm256_add_epi32(h11, _mm256_madd_epi16(x, hi1));
-        l11 = _mm256_add_epi32(l11, _mm256_madd_epi16(x, lo1));
+  static void half_down(const int32_t *e, const int32_t *o, const int32_t *g, uint32_t half, int32_t *out,
+                        uint32_t n) {
+    const int32_t *oldest = e - (2 * half - 1);
+    const __m256i centre = _mm256_set1_epi64x(int64_t{1} << 30);
+    uint32_t t = 0;
+    for (; t + 8 <= n; t += 8) {
+      const __m256i c = load(o + t);
+      __m256i even = mul_even(c, centre), odd = _mm256_mul_epi32(_mm256_srli_epi64(c, 32), centre);
+      halfband8(e + t, oldest + t, g, half, &even, &odd);
+      store(out + t, interleave(round_clamp<31>(even), round_clamp<31>(odd)));
+    }
+    for (; t < n; ++t) {
+      const int32_t *newest = e + t;
+      int64_t sum = int64_t{o[t]} * (int64_t{1} << 30);
+      for (uint32_t d = 0; d < half; ++d) sum += int64_t{g[d]} * (*(newest - d) + oldest[t + d]);
+      out[t] = hq_round(sum, 31);
+    }
+  }
+
+  static void blend(const int32_t *rows, uint32_t taps, int32_t w, int32_t w2, int32_t gain, int32_t *c) {
+    const int32_t *d1 = rows + taps, *d2 = rows + 2 * taps;
+    const __m256i wv = _mm256_set1_epi32(w), w2v = _mm256_set1_epi32(w2), gv = _mm256_set1_epi32(gain);
+    const bool scaled = gain != (1 << 29);
+    uint32_t k = 0;
+    for (; k + 8 <= taps; k += 8) store(c + k, blend8(rows + k, d1 + k, d2 + k, wv, w2v, gv, scaled));
+    for (; k < taps; ++k) {
+      const int32_t b = rows[k] + static_cast<int32_t>((int64_t{d1[k]} * w) >> 31) +
+                        static_cast<int32_t>((int64_t{d2[k]} * w2) >> 31);
+      c[k] = scaled ? static_cast<int32_t>((int64_t{b} * gain) >> 29) : b;
+    }
+  }
+
+  static void dots(const int32_t *x, size_t xstride, uint32_t rows, const int32_t *c, uint32_t taps, int32_t *y,
+                   size_t ystride) {
+    const uint32_t body = taps & ~7u;
+    uint32_t r = 0;
+    // Two rows at a time share every load of the taps.
+    for (; r + 2 <= rows; r += 2) {
+      const int32_t *x0 = x + r * xstride, *x1 = x0 + xstride;
+      __m256i e0 = _mm256_setzero_si256(), o0 = _mm256_setzero_si256();
+      __m256i e1 = _mm256_setzero_si256(), o1 = _mm256_setzero_si256();
+      for (uint32_t k = 0; k < body; k += 8) {
+        const __m256i cv = load(c + k), co = _mm256_srli_epi64(cv, 32);
+        const __m256i a = load(x0 + k), b = load(x1 + k);
+        e0 = _mm256_add_epi64(e0, mul_even(cv, a));
+        o0 = _mm256_add_epi64(o0, _mm256_mul_epi32(co, _mm256_srli_epi64(a, 32)));
+        e1 = _mm256_add_epi64(e1, mul_even(cv, b));
+        o1 = _mm256_add_epi64(o1, _mm256_mul_epi32(co, _mm256_srli_epi64(b, 32)));
       }
+      int64_t s0 = hsum(_mm256_add_epi64(e0, o0)), s1 = hsum(_mm256_add_epi64(e1, o1));
+      for (uint32_t k = body; k < taps; ++k) {
+        s0 += int64_t{c[k]} * x0[k];
+        s1 += int64_t{c[k]} * x1[k];
+      }
+      y[r * ystride] = hq_round(s0, 30);
+      y[(r + 1) * ystride] = hq_round(s1, 30);
     }
-    // Lanes (frame 0 ch 0, frame 0 ch 1, frame 1 ch 0, frame 1 ch 1).
-    const __m128i hi = fold(h00, h01, h10, h11), lo = fold(l00, l01, l10, l11);
-    const __m128i lanes = hq_step_lanes(hi, lo, shift), v = _mm_packs_epi32(lanes, lanes);
-    if constexpr (Channels == 2) {
-      const int32_t f0 = _mm_cvtsi128_si32(v), f1 = _mm_extract_epi32(v, 1);
-      std::memcpy(y, &f0, sizeof f0);
-      std::memcpy(y + frame_step, &f1, sizeof f1);
-    } else {
-      const int16_t f0 = static_cast<int16_t>(_mm_extract_epi16(v, 0));
-      const int16_t f1 = static_cast<int16_t>(_mm_extract_epi16(v, 2));
-      y[0] = f0;
-      y[frame_step] = f1;
+    for (; r < rows; ++r) {
+      const int32_t *xr = x + r * xstride;
+      __m256i e = _mm256_setzero_si256(), o = _mm256_setzero_si256();
+      for (uint32_t k = 0; k < body; k += 8) {
+        const __m256i cv = load(c + k), xv = load(xr + k);
+        e = _mm256_add_epi64(e, mul_even(cv, xv));
+        o = _mm256_add_epi64(o, mul_odd(cv, xv));
+      }
+      int64_t sum = hsum(_mm256_add_epi64(e, o));
+      for (uint32_t k = body; k < taps; ++k) sum += int64_t{c[k]} * xr[k];
+      y[r * ystride] = hq_round(sum, 30);
     }
   }
 
-  // Eight outputs of one phase for one or two channels, one per 32-bit lane:
-  // each tap pair is one load of the eight lanes' sample pairs per channel
-  // against a broadcast coefficient pair, for hi and for lo; no reduction.
-  template <int Channels>
-  static void lanes(const int16_t *const *rows, size_t at, size_t next, uint32_t m,
-                    uint32_t groups, const int16_t *coef, uint32_t shift, int16_t *out, size_t out_step) {
-    __m256i h0 = _mm256_setzero_si256(), l0 = h0, h1 = h0, l1 = h0;
-    const int16_t *c = coef;
-    for (uint32_t i = 0; i < m; ++i) {
-      const int16_t *x = rows[i] + at;
-      for (uint32_t g = 0; g < groups; ++g, x -= 4, c += 4) {
-        const __m256i hi = _mm256_set1_epi32(pair(c)), lo = _mm256_set1_epi32(pair(c + 2));
-        const __m256i v = load(x);
-        h0 = _mm256_add_epi32(_mm256_madd_epi16(v, hi), h0);
-        l0 = _mm256_add_epi32(_mm256_madd_epi16(v, lo), l0);
-        if constexpr (Channels == 2) {
-          const __m256i w = load(x + next);
-          h1 = _mm256_add_epi32(_mm256_madd_epi16(w, hi), h1);
-          l1 = _mm256_add_epi32(_mm256_madd_epi16(w, lo), l1);
+  // Four outputs, each its own window and taps: four sums per row reduced
+  // together, rounded and clamped in one register.
+  static void dots4(const int32_t *const *x, size_t xstride, uint32_t rows, const int32_t *const *c, uint32_t taps,
+                    int32_t *y, size_t ystride) {
+    if (taps % 8 != 0) {
+      for (uint32_t i = 0; i < 4; ++i) dots(x[i], xstride, rows, c[i], taps, y + i, ystride);
+      return;
+    }
+    for (uint32_t r = 0; r < rows; ++r) {
+      __m256i acc[4];
+      for (uint32_t i = 0; i < 4; ++i) {
+        const int32_t *xr = x[i] + r * xstride, *ci = c[i];
+        __m256i a = _mm256_setzero_si256();
+        for (uint32_t k = 0; k < taps; k += 8) {
+          const __m256i cv = load(ci + k), xv = load(xr + k);
+          a = _mm256_add_epi64(a, _mm256_add_epi64(mul_even(cv, xv), mul_odd(cv, xv)));
         }
+        acc[i] = a;
       }
+      // [sum 0, sum 1, sum 2, sum 3] from the four registers.
+      const __m256i t0 = _mm256_add_epi64(_mm256_unpacklo_epi64(acc[0], acc[1]), _mm256_unpackhi_epi64(acc[0], acc[1]));
+      const __m256i t1 = _mm256_add_epi64(_mm256_unpacklo_epi64(acc[2], acc[3]), _mm256_unpackhi_epi64(acc[2], acc[3]));
+      const __m256i sums = _mm256_add_epi64(_mm256_permute2x128_si256(t0, t1, 0x20), _mm256_permute2x128_si256(t0, t1, 0x31));
+      const __m256i low = _mm256_permutevar8x32_epi32(round_clamp<30>(sums), _mm256_setr_epi32(0, 2, 4, 6, 0, 2, 4, 6));
+      _mm_storeu_si128(reinterpret_cast<__m128i *>(y + r * ystride), _mm256_castsi256_si128(low));
     }
-    const __m128i y0 = lanes_step(h0, l0, shift);
-    hq_store_lanes_sse2<Channels>(y0, Channels == 2 ? lanes_step(h1, l1, shift) : y0, out, out_step);
   }
 
- private:
-  // hq_step_lanes at twice the width: eight outputs, packed.
-  static __m128i lanes_step(__m256i hi, __m256i lo, uint32_t shift) {
-    const __m256i s = _mm256_add_epi32(
-        hi, _mm256_sra_epi32(_mm256_add_epi32(lo, _mm256_set1_epi32(1 << (shift + kHqHiShift - 1))),
-                             _mm_cvtsi32_si128(static_cast<int>(shift))));
-    const __m256i y = _mm256_srai_epi32(s, kHqHiShift);
-    return _mm_packs_epi32(_mm256_castsi256_si128(y), _mm256_extracti128_si256(y, 1));
-  }
-  static int32_t pair(const int16_t *p) {
-    int32_t v;
-    std::memcpy(&v, p, sizeof v);
-    return v;
-  }
-  static __m256i load(const int16_t *p) { return _mm256_loadu_si256(reinterpret_cast<const __m256i *>(p)); }
-  // The totals of a, b, c, d's lanes, in that order.
-  static __m128i fold(__m256i a, __m256i b, __m256i c, __m256i d) {
-    const __m256i ab = _mm256_hadd_epi32(a, b), cd = _mm256_hadd_epi32(c, d);
-    const __m256i abcd = _mm256_hadd_epi32(ab, cd);
-    return _mm_add_epi32(_mm256_castsi256_si128(abcd), _mm256_extracti128_si256(abcd, 1));
-  }
-  static int64_t combine(int32_t hi, int32_t lo, uint32_t shift) {
-    return static_cast<int64_t>(hi) * (int64_t{1} << shift) + lo;
+  static void deposit(int64_t *acc, size_t astride, uint32_t rows, const int32_t *x, size_t xstride,
+                      const int32_t *c, uint32_t taps) {
+    const uint32_t body = taps & ~3u;
+    for (uint32_t r = 0; r < rows; ++r) {
+      int64_t *a = acc + r * astride;
+      const __m256i xv = _mm256_set1_epi64x(x[r * xstride]);
+      for (uint32_t k = 0; k < body; k += 4) {
+        const __m256i cv = _mm256_cvtepi32_epi64(_mm_loadu_si128(reinterpret_cast<const __m128i *>(c + k)));
+        __m256i *p = reinterpret_cast<__m256i *>(a + k);
+        _mm256_storeu_si256(p, _mm256_add_epi64(_mm256_loadu_si256(p), _mm256_mul_epi32(cv, xv)));
+      }
+      const int64_t v = x[r * xstride];
+      for (uint32_t k = body; k < taps; ++k) a[k] += v * c[k];
+    }
   }
 };
 
-constexpr HqKernels kAvx2 = make_hq_kernels<Avx2Dot>();
+constexpr HqKernels kKernels = make_hq_kernels<Avx2Dot>();
 
 }  // namespace
 
-const HqKernels *hq_kernels_avx2() { return &kAvx2; }
+const HqKernels *hq_kernels_avx2() { return &kKernels; }
 
 }  // namespace rsmpl

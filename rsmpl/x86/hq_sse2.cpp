@@ -1,127 +1,157 @@
 // SPDX-License-Identifier: MIT
-// SSE2 build of the high-quality resampler's kernels, the x86-64 baseline:
-// pmaddwd products summed in 32-bit lanes, which the coefficients are sized
-// for (hq/state.h).
+// The high-quality resampler's kernels for SSE2, the x86-64 baseline: signed
+// 32 x 32-bit products from pmuludq with the sign corrections (SSE2 has no
+// signed form), summed in 64-bit lanes; the half-bands four outputs at a
+// time, rounded and clamped one by one (SSE2 has no 64-bit compare).
 #include <emmintrin.h>
 
-#include <cstring>
-
 #include "rsmpl/hq/kernel.h"
-#include "rsmpl/x86/hq_sse2.h"
 
 namespace rsmpl {
 namespace {
 
-// The four int32 lanes summed; exact when the total fits 32 bits.
-inline int32_t sum_lanes(__m128i v) {
-  v = _mm_add_epi32(v, _mm_shuffle_epi32(v, _MM_SHUFFLE(1, 0, 3, 2)));
-  v = _mm_add_epi32(v, _mm_shuffle_epi32(v, _MM_SHUFFLE(2, 3, 0, 1)));
-  return _mm_cvtsi128_si32(v);
+inline __m128i load(const int32_t *p) { return _mm_loadu_si128(reinterpret_cast<const __m128i *>(p)); }
+
+// The signed products of the even int32 of a and b, as int64: the unsigned
+// product less (a < 0 ? b : 0) + (b < 0 ? a : 0), times 2^32.
+inline __m128i mul_even(__m128i a, __m128i b) {
+  const __m128i fix = _mm_add_epi32(_mm_and_si128(_mm_srai_epi32(a, 31), b), _mm_and_si128(_mm_srai_epi32(b, 31), a));
+  return _mm_sub_epi64(_mm_mul_epu32(a, b), _mm_slli_epi64(fix, 32));
+}
+inline __m128i mul_odd(__m128i a, __m128i b) { return mul_even(_mm_srli_epi64(a, 32), _mm_srli_epi64(b, 32)); }
+
+inline void store64(int64_t *p, __m128i v) { _mm_storeu_si128(reinterpret_cast<__m128i *>(p), v); }
+
+// The folded half-band sums of four consecutive outputs: lanes 0 and 2 in
+// even, 1 and 3 in odd.
+inline void halfband4(const int32_t *x, const int32_t *oldest, const int32_t *g, uint32_t half, __m128i *even,
+                      __m128i *odd) {
+  __m128i e = *even, o = *odd;
+  for (uint32_t d = 0; d < half; ++d) {
+    const __m128i s = _mm_add_epi32(load(x - d), load(oldest + d));
+    const __m128i gd = _mm_set1_epi32(g[d]);
+    e = _mm_add_epi64(e, mul_even(s, gd));
+    o = _mm_add_epi64(o, mul_even(_mm_srli_epi64(s, 32), gd));
+  }
+  *even = e;
+  *odd = o;
 }
 
-struct Sse2Dot : HqPlainRows {
-  // Both sums stay in 32-bit lanes: the coefficients are sized for that.
-  static int64_t dot(const int16_t *x, const int16_t *coef, uint32_t taps, uint32_t shift) {
-    __m128i hi = _mm_setzero_si128(), lo = _mm_setzero_si128();
-    for (uint32_t t = 0; t < taps; t += 8) {
-      const __m128i xs = _mm_loadu_si128(reinterpret_cast<const __m128i *>(x + t));
-      hi = _mm_add_epi32(hi, _mm_madd_epi16(xs, _mm_loadu_si128(reinterpret_cast<const __m128i *>(coef + t))));
-      lo = _mm_add_epi32(lo, _mm_madd_epi16(xs, _mm_loadu_si128(reinterpret_cast<const __m128i *>(coef + taps + t))));
-    }
-    return static_cast<int64_t>(sum_lanes(hi)) * (int64_t{1} << shift) + sum_lanes(lo);
-  }
+// Four sums, even and odd lanes apart, in output order.
+inline void unpack4(__m128i even, __m128i odd, int64_t sums[4]) {
+  int64_t e[2], o[2];
+  store64(e, even);
+  store64(o, odd);
+  sums[0] = e[0];
+  sums[1] = o[0];
+  sums[2] = e[1];
+  sums[3] = o[1];
+}
 
-  // Two frames of one or two channels, as the AVX2 build does it with half
-  // the width: shared coefficient loads, one reduction and output step.
-  template <int Channels>
-  static void frames(const int16_t *x0, const int16_t *x1, size_t line, const int16_t *c0,
-                        const int16_t *c1, uint32_t taps, uint32_t shift, int16_t *y,
-                        size_t frame_step) {
-    __m128i h00 = _mm_setzero_si128(), h01 = h00, h10 = h00, h11 = h00;
-    __m128i l00 = h00, l01 = h00, l10 = h00, l11 = h00;
-    for (uint32_t t = 0; t < taps; t += 8) {
-      const __m128i hi0 = load(c0 + t), lo0 = load(c0 + taps + t);
-      const __m128i hi1 = load(c1 + t), lo1 = load(c1 + taps + t);
-      __m128i x = load(x0 + t);
-      h00 = _mm_add_epi32(h00, _mm_madd_epi16(x, hi0));
-      l00 = _mm_add_epi32(l00, _mm_madd_epi16(x, lo0));
-      x = load(x1 + t);
-      h10 = _mm_add_epi32(h10, _mm_madd_epi16(x, hi1));
-      l10 = _mm_add_epi32(l10, _mm_madd_epi16(x, lo1));
-      if constexpr (Channels == 2) {
-        x = load(x0 + line + t);
-        h01 = _mm_add_epi32(h01, _mm_madd_epi16(x, hi0));
-        l01 = _mm_add_epi32(l01, _mm_madd_epi16(x, lo0));
-        x = load(x1 + line + t);
-        h11 = _mm_add_epi32(h11, _mm_madd_epi16(x, hi1));
-        l11 = _mm_add_epi32(l11, _mm_madd_epi16(x, lo1));
+inline int64_t hsum(__m128i v) {
+  int64_t s[2];
+  store64(s, v);
+  return s[0] + s[1];
+}
+
+struct Sse2Dot {
+  static void half_up(const int32_t *x, const int32_t *g, uint32_t half, int32_t *out, uint32_t n) {
+    const int32_t *oldest = x - (2 * half - 1);
+    uint32_t t = 0;
+    for (; t + 4 <= n; t += 4) {
+      __m128i e = _mm_setzero_si128(), o = _mm_setzero_si128();
+      halfband4(x + t, oldest + t, g, half, &e, &o);
+      int64_t sums[4];
+      unpack4(e, o, sums);
+      for (uint32_t i = 0; i < 4; ++i) {
+        out[2 * (t + i)] = hq_round(sums[i], 30);
+        out[2 * (t + i) + 1] = *(x + t + i - (half - 1));
       }
     }
-    // Lanes (frame 0 ch 0, frame 0 ch 1, frame 1 ch 0, frame 1 ch 1); the
-    // totals fit 32 bits, so wrapping lanes still add up exactly.
-    const __m128i hi = fold(h00, h01, h10, h11), lo = fold(l00, l01, l10, l11);
-    const __m128i v = hq_step_lanes(hi, lo, shift);
-    const __m128i packed = _mm_packs_epi32(v, v);
-    if constexpr (Channels == 2) {
-      const int32_t f0 = _mm_cvtsi128_si32(packed);
-      const int32_t f1 = _mm_cvtsi128_si32(_mm_srli_si128(packed, 4));
-      std::memcpy(y, &f0, sizeof f0);
-      std::memcpy(y + frame_step, &f1, sizeof f1);
-    } else {
-      const int16_t f0 = static_cast<int16_t>(_mm_extract_epi16(packed, 0));
-      const int16_t f1 = static_cast<int16_t>(_mm_extract_epi16(packed, 2));
-      y[0] = f0;
-      y[frame_step] = f1;
+    for (; t < n; ++t) {
+      const int32_t *newest = x + t;
+      int64_t sum = 0;
+      for (uint32_t d = 0; d < half; ++d) sum += int64_t{g[d]} * (*(newest - d) + oldest[t + d]);
+      out[2 * t] = hq_round(sum, 30);
+      out[2 * t + 1] = *(newest - (half - 1));
     }
   }
 
-  // Eight outputs of one phase for one or two channels, four per register,
-  // as the AVX2 build does.
-  template <int Channels>
-  static void lanes(const int16_t *const *rows, size_t at, size_t next, uint32_t m,
-                    uint32_t groups, const int16_t *coef, uint32_t shift, int16_t *out, size_t out_step) {
-    __m128i acc[Channels][4];
-    for (auto &a : acc)
-      for (__m128i &v : a) v = _mm_setzero_si128();
-    const int16_t *c = coef;
-    for (uint32_t i = 0; i < m; ++i) {
-      const int16_t *x = rows[i] + at;
-      for (uint32_t g = 0; g < groups; ++g, x -= 4, c += 4) {
-        const __m128i hi = _mm_set1_epi32(pair(c)), lo = _mm_set1_epi32(pair(c + 2));
-        for (int k = 0; k < Channels; ++k) {
-          const __m128i v0 = load(x + k * next), v1 = load(x + k * next + 8);
-          acc[k][0] = _mm_add_epi32(acc[k][0], _mm_madd_epi16(v0, hi));
-          acc[k][1] = _mm_add_epi32(acc[k][1], _mm_madd_epi16(v1, hi));
-          acc[k][2] = _mm_add_epi32(acc[k][2], _mm_madd_epi16(v0, lo));
-          acc[k][3] = _mm_add_epi32(acc[k][3], _mm_madd_epi16(v1, lo));
-        }
+  static void half_down(const int32_t *e, const int32_t *o, const int32_t *g, uint32_t half, int32_t *out,
+                        uint32_t n) {
+    const int32_t *oldest = e - (2 * half - 1);
+    uint32_t t = 0;
+    for (; t + 4 <= n; t += 4) {
+      __m128i even = _mm_setzero_si128(), odd = _mm_setzero_si128();
+      halfband4(e + t, oldest + t, g, half, &even, &odd);
+      int64_t sums[4];
+      unpack4(even, odd, sums);
+      for (uint32_t i = 0; i < 4; ++i) out[t + i] = hq_round(sums[i] + int64_t{o[t + i]} * (int64_t{1} << 30), 31);
+    }
+    for (; t < n; ++t) {
+      const int32_t *newest = e + t;
+      int64_t sum = int64_t{o[t]} * (int64_t{1} << 30);
+      for (uint32_t d = 0; d < half; ++d) sum += int64_t{g[d]} * (*(newest - d) + oldest[t + d]);
+      out[t] = hq_round(sum, 31);
+    }
+  }
+
+  static void blend(const int32_t *rows, uint32_t taps, int32_t w, int32_t w2, int32_t gain, int32_t *c) {
+    const int32_t *d1 = rows + taps, *d2 = rows + 2 * taps;
+    const bool scaled = gain != (1 << 29);
+    for (uint32_t k = 0; k < taps; ++k) {
+      const int32_t b = rows[k] + static_cast<int32_t>((int64_t{d1[k]} * w) >> 31) +
+                        static_cast<int32_t>((int64_t{d2[k]} * w2) >> 31);
+      c[k] = scaled ? static_cast<int32_t>((int64_t{b} * gain) >> 29) : b;
+    }
+  }
+
+  static void dots(const int32_t *x, size_t xstride, uint32_t rows, const int32_t *c, uint32_t taps, int32_t *y,
+                   size_t ystride) {
+    const uint32_t body = taps & ~3u;
+    for (uint32_t r = 0; r < rows; ++r) {
+      const int32_t *xr = x + r * xstride;
+      __m128i acc = _mm_setzero_si128();
+      for (uint32_t k = 0; k < body; k += 4) {
+        const __m128i cv = load(c + k), xv = load(xr + k);
+        acc = _mm_add_epi64(acc, _mm_add_epi64(mul_even(cv, xv), mul_odd(cv, xv)));
       }
+      int64_t sum = hsum(acc);
+      for (uint32_t k = body; k < taps; ++k) sum += int64_t{c[k]} * xr[k];
+      y[r * ystride] = hq_round(sum, 30);
     }
-    __m128i y[Channels];
-    for (int k = 0; k < Channels; ++k)
-      y[k] = _mm_packs_epi32(hq_step_lanes(acc[k][0], acc[k][2], shift), hq_step_lanes(acc[k][1], acc[k][3], shift));
-    hq_store_lanes_sse2<Channels>(y[0], y[Channels - 1], out, out_step);
   }
 
- private:
-  static int32_t pair(const int16_t *p) {
-    int32_t v;
-    std::memcpy(&v, p, sizeof v);
-    return v;
+  // Four outputs, each its own window and taps.
+  static void dots4(const int32_t *const *x, size_t xstride, uint32_t rows, const int32_t *const *c, uint32_t taps,
+                    int32_t *y, size_t ystride) {
+    for (uint32_t i = 0; i < 4; ++i) dots(x[i], xstride, rows, c[i], taps, y + i, ystride);
   }
-  static __m128i load(const int16_t *p) { return _mm_loadu_si128(reinterpret_cast<const __m128i *>(p)); }
-  // The totals of a, b, c, d's lanes, in that order, modulo 2^32.
-  static __m128i fold(__m128i a, __m128i b, __m128i c, __m128i d) {
-    const __m128i ab = _mm_add_epi32(_mm_unpacklo_epi32(a, b), _mm_unpackhi_epi32(a, b));
-    const __m128i cd = _mm_add_epi32(_mm_unpacklo_epi32(c, d), _mm_unpackhi_epi32(c, d));
-    return _mm_add_epi32(_mm_unpacklo_epi64(ab, cd), _mm_unpackhi_epi64(ab, cd));
+
+  static void deposit(int64_t *acc, size_t astride, uint32_t rows, const int32_t *x, size_t xstride,
+                      const int32_t *c, uint32_t taps) {
+    const uint32_t body = taps & ~3u;
+    for (uint32_t r = 0; r < rows; ++r) {
+      int64_t *a = acc + r * astride;
+      const __m128i xv = _mm_set1_epi32(x[r * xstride]);
+      for (uint32_t k = 0; k < body; k += 4) {
+        const __m128i cv = load(c + k);
+        __m128i *p0 = reinterpret_cast<__m128i *>(a + k), *p1 = reinterpret_cast<__m128i *>(a + k + 2);
+        // Taps k, k + 2 in the even lanes, k + 1, k + 3 in the odd ones.
+        const __m128i pe = mul_even(cv, xv), po = mul_odd(cv, xv);
+        _mm_storeu_si128(p0, _mm_add_epi64(_mm_loadu_si128(p0), _mm_unpacklo_epi64(pe, po)));
+        _mm_storeu_si128(p1, _mm_add_epi64(_mm_loadu_si128(p1), _mm_unpackhi_epi64(pe, po)));
+      }
+      const int64_t v = x[r * xstride];
+      for (uint32_t k = body; k < taps; ++k) a[k] += v * c[k];
+    }
   }
 };
 
-constexpr HqKernels kSse2 = make_hq_kernels<Sse2Dot>();
+constexpr HqKernels kKernels = make_hq_kernels<Sse2Dot>();
 
 }  // namespace
 
-const HqKernels *hq_kernels_sse2() { return &kSse2; }
+const HqKernels *hq_kernels_sse2() { return &kKernels; }
 
 }  // namespace rsmpl

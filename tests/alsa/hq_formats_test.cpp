@@ -23,7 +23,7 @@
 #include "tests/support/alsa_pipeline.h"
 #include "tests/support/channel_areas.h"
 #include "tests/support/error_capture.h"
-#include "tests/support/hq32_reference.h"
+#include "tests/support/hq_stream.h"
 
 extern "C" int _snd_pcm_rate_skelda_hq_open(unsigned, void **, snd_pcm_rate_ops_t *);
 extern "C" int _snd_pcm_rate_skelda_hq_open_conf(unsigned, void **, snd_pcm_rate_ops_t *, const snd_config_t *);
@@ -73,7 +73,7 @@ std::vector<uint8_t> encode(const std::vector<int32_t> &x, snd_pcm_format_t form
 std::vector<uint8_t> engine(const std::vector<int32_t> &x, bool s16_in, unsigned in_rate, unsigned out_rate,
                             unsigned channels, unsigned long in_period, unsigned long out_period, bool s16_out,
                             bool dither, size_t out_frames) {
-  auto st = hq32_test::make_state(in_rate, out_rate, channels, uint32_t(out_period), uint32_t(in_period));
+  auto st = hq_test::make_state32(in_rate, out_rate, channels, uint32_t(out_period), uint32_t(in_period));
   EXPECT_TRUE(st);
   RSMPL_Hq32SetDither(st.get(), dither);
   std::vector<int16_t> in16;
@@ -119,7 +119,7 @@ TEST(AlsaHqFormats, EveryPairingGivesExactlyTheResamplersFrames) {
     const auto x = tones24(c.in_rate, c.channels, c.in_rate / 2);
     const PipelineResult out = play_through_alsa(r, encode(x, c.client));
     ASSERT_EQ(out.error, 0) << out.failed_call;
-    EXPECT_NE(out.dump.find("32-bit windowed sinc"), std::string::npos) << out.dump;
+    EXPECT_NE(out.dump.find("24-bit filters"), std::string::npos) << out.dump;
     EXPECT_NE(out.dump.find(std::string(c.client == s16 ? "S16_LE" : "S32_LE") + " -> " +
                             (c.device == s16 ? "S16_LE" : "S32_LE")),
               std::string::npos)

@@ -22,39 +22,41 @@
 
 namespace {
 
-// "RSMPL HQ Converter: 44100 -> 48000 Hz, 2 channels, windowed sinc 64
-// taps, 160 phases, ratio 160/147, delay 0.726 ms" (or "minimax 42 taps").
+// "RSMPL HQ Converter: 44100 -> 48000 Hz, 2 channels, 16-bit filters,
+// ratio 160/147, delay 0.964 ms (42.517 input frames)".
 struct HqDump {
-  unsigned in_rate = 0, out_rate = 0, channels = 0, taps = 0, ratio_out = 0, ratio_in = 0;
-  char filter[16] = {};
+  unsigned in_rate = 0, out_rate = 0, channels = 0, bits = 0, ratio_out = 0, ratio_in = 0;
   double delay_ms = -1;
-  bool minimax() const { return std::string(filter) == "minimax "; }
-  unsigned delay_frames() const { return unsigned(std::lround(delay_ms * in_rate / 1000)); }
+  unsigned long long delay_whole = 0;
+  unsigned delay_milli = 0;  // thousandths of an input frame
 };
 
 bool parse_dump(const std::string &dump, HqDump &d) {
-  const size_t at = dump.find("RSMPL HQ Converter: "), ratio = dump.find(", ratio ", at);
-  return at != std::string::npos && ratio != std::string::npos &&
-         std::sscanf(dump.c_str() + at, "RSMPL HQ Converter: %u -> %u Hz, %u channels, %15[a-z ]%u taps",
-                     &d.in_rate, &d.out_rate, &d.channels, d.filter, &d.taps) == 5 &&
-         (d.minimax() || std::string(d.filter) == "windowed sinc ") &&
-         std::sscanf(dump.c_str() + ratio, ", ratio %u/%u, delay %lf ms", &d.ratio_out, &d.ratio_in, &d.delay_ms) == 3;
+  const size_t at = dump.find("RSMPL HQ Converter: ");
+  return at != std::string::npos &&
+         std::sscanf(dump.c_str() + at,
+                     "RSMPL HQ Converter: %u -> %u Hz, %u channels, %u-bit filters, ratio %u/%u, delay %lf ms "
+                     "(%llu.%u input frames)",
+                     &d.in_rate, &d.out_rate, &d.channels, &d.bits, &d.ratio_out, &d.ratio_in, &d.delay_ms,
+                     &d.delay_whole, &d.delay_milli) == 9;
 }
 
 const double kAmplitude = 32767 * 0.8912509381337456;  // -1 dBFS
 const unsigned kTones[8] = {997, 1499, 2003, 2503, 3001, 3499, 4001, 4493};
 
 // A tone of `hz` whole Hz with phase 0 at input frame `start`, through an
-// exact converter at L/M with a delay of `delay` input frames: the phase in
-// cycles of output frame origin + n, hz ((origin + n) M - (delay + start) L)
-// / (L rate), reduced exactly.
+// exact converter at L/M with a delay of `whole` + `milli` / 1000 input
+// frames: the phase in cycles of output frame origin + n is hz ((origin + n)
+// M / L - whole - milli / 1000 - start) / rate, the whole part reduced
+// exactly, so that an hour's frame counts lose nothing.
 struct Tone {
-  int64_t hz, rate, l, m, shift;  // shift: delay + start
+  int64_t hz, rate, l, m, shift;  // shift: whole + start
+  unsigned milli = 0;
   uint64_t origin = 0;
   double cycles(uint64_t n) const {
     const int64_t period = l * rate;
     const int64_t pos = ((int64_t((origin + n) % period) * m - shift % period * l) % period + period) % period;
-    return double(hz * pos % period) / period;
+    return double(hz * pos % period) / period - double(hz) * milli / 1000.0 / rate;
   }
 };
 
@@ -62,20 +64,27 @@ int16_t tone_sample(unsigned hz, unsigned rate, uint64_t i) {
   return int16_t(std::lround(kAmplitude * std::sin(2 * M_PI * double(i * hz % rate) / rate)));
 }
 
-// Interleaved frames of kTones at `rate`, one a channel.
-std::vector<int16_t> tones(unsigned rate, unsigned channels, size_t frames) {
+// Channel c's tone: the kTones below 0.4 of the lower rate, in turn.
+unsigned tone_of(unsigned c, unsigned lower_rate) {
+  unsigned usable = 0;
+  while (usable < 8 && kTones[usable] < 0.4 * lower_rate) ++usable;
+  return kTones[c % usable];
+}
+
+// Interleaved frames of a tone a channel at `rate`.
+std::vector<int16_t> tones(unsigned rate, unsigned channels, size_t frames, unsigned lower_rate) {
   std::vector<int16_t> x(frames * channels);
-  for (size_t i = 0; i < x.size(); ++i) x[i] = tone_sample(kTones[i % channels], rate, i / channels);
+  for (size_t i = 0; i < x.size(); ++i) x[i] = tone_sample(tone_of(i % channels, lower_rate), rate, i / channels);
   return x;
 }
 
 // Least squares of channel c's frames [first, last) against a sin + b cos
 // of the predicted phase, nothing else fitted: THD+N, the phase error, the
-// gain within the passband's 0.1 dB, and no seam (no 32-frame window whose
-// RMS residual stands out, no sample 3 LSB off).
+// gain within the passband's 0.1 dB, and no seam (no window of 32 input
+// frames' worth whose RMS residual stands out, no sample 3 LSB off).
 void expect_tone(const std::vector<int16_t> &y, unsigned channels, unsigned c, size_t first, size_t last,
                  const Tone &tone) {
-  const size_t n = last - first, window = 32;
+  const size_t n = last - first, window = std::max<size_t>(32, 32 * tone.l / tone.m);
   std::vector<double> s(n), k(n), e(n);
   double ss = 0, kk = 0, sk = 0, xs = 0, xk = 0;
   for (size_t i = 0; i < n; ++i) {
@@ -103,13 +112,16 @@ void expect_tone(const std::vector<int16_t> &y, unsigned channels, unsigned c, s
 
 // Each channel carries its own tone, checked frame by frame against the
 // prediction, so a frame lost or repeated at a period seam, a wrong delay,
-// crosstalk or a swapped channel all show; small ratios run their own,
-// shorter design with the windowed sinc's delay.
+// crosstalk or a swapped channel all show: today's pairs, the high rates of
+// DACs (352.8 to 768 kHz) and the lowest (4 and 5.5 kHz), both ways, at
+// alsa-lib's own period sizes and at forced ones, with up to 16 channels.
 TEST(AlsaHqPath, PeriodsConvertExactlyAndTonesComeOutClean) {
-  const unsigned pairs[][2] = {{44100, 48000}, {48000, 44100}, {32000, 48000},
-                               {22050, 48000}, {96000, 44100}, {48000, 16000}};
+  const unsigned pairs[][2] = {{44100, 48000}, {48000, 44100}, {32000, 48000},  {22050, 48000},
+                               {96000, 44100}, {48000, 16000}, {44100, 352800}, {384000, 48000},
+                               {48000, 768000}, {705600, 44100}, {8000, 768000}, {4000, 48000},
+                               {44100, 5512}};
   const unsigned long periods[] = {1024, 1000, 441, 0};  // 0: aplay's default
-  const unsigned channel_counts[] = {2, 8, 1, 2};        // by period: each pair sees all three
+  const unsigned channel_counts[] = {2, 16, 1, 3};       // by period: each pair sees all
   for (const auto &p : pairs)
     for (size_t k = 0; k < std::size(periods); ++k) {
       const unsigned ch = channel_counts[k];
@@ -118,24 +130,27 @@ TEST(AlsaHqPath, PeriodsConvertExactlyAndTonesComeOutClean) {
       r.in_rate = p[0], r.out_rate = p[1], r.channels = ch, r.period_frames = periods[k];
       r.pad_last_period = true;
       r.converter = "skelda_hq";
-      const PipelineResult out = play_through_alsa(r, tones(p[0], ch, p[0]));
+      // A quarter of a second, whole periods.
+      const size_t frames = p[0] / 4;
+      const unsigned lower = std::min(p[0], p[1]);
+      const PipelineResult out = play_through_alsa(r, tones(p[0], ch, frames, lower));
       ASSERT_EQ(out.error, 0) << out.failed_call;
       HqDump d;
       ASSERT_TRUE(parse_dump(out.dump, d)) << out.dump;
       const unsigned long g = std::gcd(out.client_period, out.slave_period);
-      EXPECT_TRUE(d.in_rate == p[0] && d.out_rate == p[1] && d.channels == ch) << out.dump;
+      EXPECT_TRUE(d.in_rate == p[0] && d.out_rate == p[1] && d.channels == ch && d.bits == 16) << out.dump;
       ASSERT_EQ(d.ratio_out, out.slave_period / g);
       ASSERT_EQ(d.ratio_in, out.client_period / g);
-      EXPECT_EQ(d.minimax(), d.ratio_out <= 8 && d.ratio_in <= 8);
-      EXPECT_EQ(d.taps < 2 * d.delay_frames(), d.minimax());
-      EXPECT_LE(d.delay_ms, 2.0);
+      // At most 50 samples of the lower rate.
+      EXPECT_LE(d.delay_ms, 50.0 * 1000 / std::min(p[0], p[1]));
       const size_t got = out.output.size() / ch;
-      EXPECT_EQ(got, (p[0] + out.client_period - 1) / out.client_period * out.slave_period);
+      EXPECT_EQ(got, (frames + out.client_period - 1) / out.client_period * out.slave_period);
       // From the first output with a full history to the tone's last one.
-      const size_t first = size_t(2 * d.delay_frames()) * d.ratio_out / d.ratio_in + 1;
-      const size_t last = std::min(got, size_t(p[0] - 1) * d.ratio_out / d.ratio_in);
+      const size_t first = size_t(2 * (d.delay_whole + 1)) * d.ratio_out / d.ratio_in + 1;
+      const size_t last = std::min(got, size_t(frames - 1) * d.ratio_out / d.ratio_in);
       for (unsigned c = 0; c < ch; ++c)
-        expect_tone(out.output, ch, c, first, last, Tone{kTones[c], p[0], d.ratio_out, d.ratio_in, d.delay_frames()});
+        expect_tone(out.output, ch, c, first, last,
+                    Tone{tone_of(c, lower), p[0], d.ratio_out, d.ratio_in, int64_t(d.delay_whole), d.delay_milli});
     }
 }
 
@@ -207,7 +222,8 @@ TEST(HqModuleOps, AnHourOfPeriodsEndsWhereTheRatioPutsIt) {
   EXPECT_TRUE(errors.reports().empty());
   ASSERT_EQ(tail.size(), 48000u);
   expect_tone(tail, 1, 0, 0, tail.size(),
-              Tone{kTones[0], rate, d.ratio_out, d.ratio_in, int64_t(d.delay_frames() + tone_start), kept_from});
+              Tone{kTones[0], rate, d.ratio_out, d.ratio_in, int64_t(d.delay_whole + tone_start), d.delay_milli,
+                   kept_from});
 }
 
 // Every refusal returns the error alsa-lib expects and says why once; after
@@ -221,9 +237,10 @@ TEST(HqModuleOps, RefusalsReturnAnErrorAndSayWhy) {
     snd_pcm_rate_info_t info;
     int expected;
   } cases[] = {
-      {"output rate 192001", true, rate_info(44100, 192001, 2), -EINVAL},
-      {"9 channels", true, rate_info(44100, 48000, 9), -EINVAL},
-      {"periods far from the rates", true, rate_info(44100, 48000, 2, 1024, 1024), -EIO},
+      {"output rate 768001", true, rate_info(44100, 768001, 2), -EINVAL},
+      {"input rate 3999", true, rate_info(3999, 48000, 2), -EINVAL},
+      {"65 channels", true, rate_info(44100, 48000, 65), -EINVAL},
+      {"periods more than 1/8 from the rates", true, rate_info(44100, 48000, 2, 1024, 1254), -EIO},
       {"init, output period 0", true, rate_info(44100, 48000, 2, 1024, 0), 0},
       {"both periods 0", false, rate_info(44100, 48000, 2), -EIO},
       {"input period 0", false, rate_info(44100, 48000, 2, 0, 1114), -EIO},
@@ -232,7 +249,7 @@ TEST(HqModuleOps, RefusalsReturnAnErrorAndSayWhy) {
        rate_info(44100, 48000, 2, static_cast<snd_pcm_uframes_t>(-1), 1114), -EIO},
       {"ratio 2 for 1.09", false, rate_info(44100, 48000, 2, 1024, 2048), -EIO},
   };
-  const std::vector<int16_t> src = tones(44100, 2, 1024);
+  const std::vector<int16_t> src = tones(44100, 2, 1024, 44100);
   std::vector<int16_t> before(2 * 1114), after(2 * 1114);
   for (const auto &c : cases) {
     SCOPED_TRACE(c.what);
@@ -255,6 +272,8 @@ TEST(HqModuleOps, RefusalsReturnAnErrorAndSayWhy) {
   snd_pcm_rate_info_t i = rate_info(44100, 48000, 2, 1024, 1114);
   EXPECT_EQ(hq.ops.adjust_pitch(hq.obj, &i), -EINVAL) << "before init";
   EXPECT_EQ(errors.reports().size(), 1u);
+  // Periods just within 1/8 of the rates' ratio (1253.9 frames) are taken.
+  EXPECT_EQ(hq.start(rate_info(44100, 48000, 2, 1024, 1253)), 0);
 }
 
 // convert_s16 writes exactly dst_frames frames of the set-up's channels,

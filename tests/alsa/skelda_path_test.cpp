@@ -13,7 +13,7 @@
 #include "tests/support/alsa_pipeline.h"
 #include "tests/support/error_capture.h"
 #include "tests/support/frontend_reference.h"
-#include "tests/support/hq_reference.h"
+#include "tests/support/hq_stream.h"
 
 namespace {
 
@@ -55,7 +55,7 @@ TEST(AlsaSkeldaPath, OutputIsTheReferenceConversion) {
     input.resize(periods * in_period * c.channels, 0);
     ASSERT_EQ(out.output.size(), periods * out_period * c.channels);
     if (c.path == kHq) {
-      auto st = hq_test::make_state(c.in_rate, c.out_rate, c.channels, out_period, in_period);
+      auto st = hq_test::make_state16(c.in_rate, c.out_rate, c.channels, out_period, in_period);
       std::vector<int16_t> want(out.output.size());
       uint32_t in_n = uint32_t(periods * in_period), out_n = uint32_t(periods * out_period);
       ASSERT_EQ(RSMPL_HqProcess(st.get(), input.data(), &in_n, want.data(), &out_n), RSMPL_OK);

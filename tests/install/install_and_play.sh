@@ -44,7 +44,7 @@ ALSA_PLUGIN_DIR="$stage$plugindir" \
 ALSA_CONFIG_PATH="/usr/share/alsa/alsa.conf:$stage/usr/share/alsa/alsa.conf.d/10-skelda.conf:$stage/tofile.conf" \
   LD_PRELOAD="${SKELDA_SANITIZER_PRELOAD:-}" aplay -v -D 'skelda_hq:SLAVE=tofile,RATE=48000,DITHER=yes' "$stage/in24.wav" \
   >"$stage/aplay24.log" 2>&1 || { cat "$stage/aplay24.log"; echo "FAIL: aplay skelda_hq"; exit 1; }
-grep -q 'RSMPL HQ Converter: 44100 -> 48000 Hz, 2 channels, 32-bit windowed sinc.*, dither$' "$stage/aplay24.log" \
+grep -q 'RSMPL HQ Converter: 44100 -> 48000 Hz, 2 channels, 24-bit filters.*, dither$' "$stage/aplay24.log" \
   || { cat "$stage/aplay24.log"; echo "FAIL: skelda_hq did not run its 32-bit path with dither"; exit 1; }
 echo "installed skelda_hq converted 24-bit audio through its 32-bit path, dither on"
 

@@ -1,135 +1,169 @@
 // SPDX-License-Identifier: MIT
-// The high-quality resampler's stream arithmetic written the plain way: each
-// output's input position and phase straight from its index with 64-bit
-// multiplies and divisions (no running sums), its inner products over the
-// state's coefficient table in int64, and the blend, rounding and
-// saturation as hq/state.h describes them. Also what the tests holding the
-// library to it share: states, ratios on each path, inputs.
-#ifndef SKELDA_TESTS_HQ_REFERENCE_H
-#define SKELDA_TESTS_HQ_REFERENCE_H
+// A plain model of the high-quality resampler, written from what its
+// headers promise rather than from its code: the chain of stages for the
+// rates, each run over the whole signal at once sample by sample (no
+// passes, lines, queue or SIMD), the polyphase stage's positions as exact
+// fractions n L' / M' of whole numbers, and the count of outputs ceil(N L /
+// M). The stream tests hold the resampler, split every way, to it.
+#ifndef SKELDA_TESTS_SUPPORT_HQ_REFERENCE_H
+#define SKELDA_TESTS_SUPPORT_HQ_REFERENCE_H
 
 #include <cstdint>
-#include <cstdlib>
-#include <memory>
 #include <numeric>
-#include <random>
 #include <vector>
 
-#include "rsmpl/hq/state.h"
-#include "skelda/rsmpl_hq.h"
+#include "rsmpl/hq/designs.h"
+#include "rsmpl/hq/wide.h"  // U128: exact positions on every target
 
-namespace hq_test {
+namespace hq_ref {
 
-struct FreeState {
-  void operator()(RSMPL_HqState *st) const { std::free(reinterpret_cast<char *>(st) - 8); }
-};
-using StatePtr = std::unique_ptr<RSMPL_HqState, FreeState>;
+using Signal = std::vector<int64_t>;  // one channel, int32 values in int64
 
-// A state of exactly the size asked for, 8 bytes past a 64-byte boundary
-// (the least alignment the header allows, so a build that assumes more
-// faults), at the ratio out/in when one is given.
-inline StatePtr make_state(uint32_t in_rate, uint32_t out_rate, uint32_t channels,
-                           uint32_t ratio_out = 0, uint32_t ratio_in = 0) {
-  uint32_t size = 0;
-  if (RSMPL_HqGetStateSize(in_rate, out_rate, channels, &size) != RSMPL_OK) return nullptr;
-  char *block = static_cast<char *>(std::aligned_alloc(64, (size + 8 + 63) / 64 * 64));
-  StatePtr st(reinterpret_cast<RSMPL_HqState *>(block + 8));
-  if (RSMPL_HqInit(st.get(), size, in_rate, out_rate, channels) != RSMPL_OK ||
-      (ratio_out != 0 && RSMPL_HqSetRatio(st.get(), ratio_out, ratio_in) != RSMPL_OK))
-    return nullptr;
-  return st;
+inline int32_t round_clamp(int64_t sum, int shift) {
+  const int64_t v = (sum + (int64_t{1} << (shift - 1))) >> shift;
+  return static_cast<int32_t>(v > (1 << 30) - 1 ? (1 << 30) - 1 : v < -(1 << 30) ? -(1 << 30) : v);
 }
 
-// Rates, and the ratio set after Init (0: the rates').
-struct Rates {
-  uint32_t in, out, ratio_out = 0, ratio_in = 0;
-};
-inline const std::vector<Rates> &paths() {
-  static const std::vector<Rates> all = {
-      // The windowed sinc on its own phases (P = L), 1/1 and a 24th included.
-      {44100, 48000}, {48000, 44100}, {96000, 44100}, {8000, 192000}, {192000, 8000}, {44100, 44100},
-      // Blended phases: L above the phases the state holds.
-      {44100, 48000, 1115, 1024}, {48000, 44100, 1024, 1115}, {8000, 8001}, {191999, 8000},
-      // The small ratios' own designs: 3/2, 1/3, 2, 5/8, 8, 1/7, 8/7.
-      {32000, 48000}, {48000, 16000}, {24000, 48000}, {48000, 30000}, {8000, 64000}, {56000, 8000},
-      {44100, 48000, 8, 7}};
-  return all;
-}
+inline int64_t at(const Signal &x, int64_t i) { return i < 0 || i >= static_cast<int64_t>(x.size()) ? 0 : x[i]; }
 
-// kRandom: any value; kFullScale: +32767 and -32768 at random; kRuns: runs
-// of one extreme, so that sums reach their largest; kHigh, kLow: one
-// extreme throughout.
-enum Fill { kRandom, kFullScale, kRuns, kHigh, kLow };
-inline std::vector<int16_t> make_input(Fill fill, size_t samples, std::mt19937 &rng) {
-  std::vector<int16_t> x(samples);
-  bool high = fill == kHigh;
-  for (auto &v : x) {
-    if (fill == kFullScale || (fill == kRuns && rng() % 40 == 0)) high = rng() % 2;
-    v = fill == kRandom ? static_cast<int16_t>(rng()) : high ? 32767 : -32768;
-  }
-  return x;
-}
-
-// Where a run of outputs at one ratio L / M (lowest terms) starts: its first
-// output reads the samples ending at input frame e, at phase r / L.
-struct Segment {
-  uint64_t L, M;
-  int64_t e = 0;
-  uint64_t r = 0;
-};
-
-inline Segment fresh(uint64_t out_frames, uint64_t in_frames) {
-  const uint64_t g = std::gcd(out_frames, in_frames);
-  return {out_frames / g, in_frames / g};
-}
-
-// Outputs of the segment whose newest sample is among the first `frames`
-// input frames of the stream.
-inline uint64_t ready(const Segment &s, uint64_t frames) {
-  if (static_cast<int64_t>(frames) <= s.e) return 0;
-  const uint64_t span = (frames - s.e) * s.L;  // (frames - e) L > r + k M
-  return span <= s.r ? 0 : (span - s.r + s.M - 1) / s.M;
-}
-
-// The position of output `k` of the segment.
-inline Segment at(const Segment &s, uint64_t k) {
-  const uint64_t num = s.r + k * s.M;
-  return {s.L, s.M, s.e + static_cast<int64_t>(num / s.L), num % s.L};
-}
-
-// Outputs [first, first + count) of the segment for the interleaved stream
-// `x` (frames before it are silence), with the state's coefficients.
-inline std::vector<int16_t> reference(const RSMPL_HqState &st, const Segment &s,
-                                      const std::vector<int16_t> &x, uint64_t first,
-                                      uint64_t count) {
-  const uint32_t ch = st.channels, taps = st.taps, p = st.phases;
-  const int64_t frames = static_cast<int64_t>(x.size() / ch);
-  auto dot = [&](int64_t newest, uint32_t c, uint32_t q) {
-    const int16_t *hi = st.coefficients() + static_cast<size_t>(q) * 2 * taps, *lo = hi + taps;
+// The interpolating half-band: 2 outputs per input.
+inline Signal half_up(const Signal &x, const rsmpl::HqHalfband &h) {
+  Signal y(2 * x.size());
+  const int64_t span = 2 * h.half - 1;
+  for (int64_t i = 0; i < static_cast<int64_t>(x.size()); ++i) {
     int64_t sum = 0;
-    for (uint32_t k = 0; k < taps; ++k) {
-      const int64_t i = newest - taps + 1 + k;
-      const int64_t v = i < 0 || i >= frames ? 0 : x[static_cast<size_t>(i) * ch + c];
-      sum += v * (int64_t{hi[k]} * (int64_t{1} << st.lo_shift) + lo[k]);
-    }
-    return sum;
-  };
-  std::vector<int16_t> out;
-  for (uint64_t n = first; n < first + count; ++n) {
-    const Segment pos = at(s, n);
-    const uint32_t q = static_cast<uint32_t>(pos.r * p / s.L);
-    const uint64_t rem = pos.r * p % s.L;
-    const int64_t w = static_cast<int64_t>((rem * ((uint64_t{1} << 40) / s.L)) >> 24);  // Q16
-    for (uint32_t c = 0; c < ch; ++c) {
-      int64_t y = dot(pos.e, c, q);
-      if (rem != 0) y += ((dot(pos.e, c, q + 1) - y) * w) >> 16;
-      const int64_t v = (y + (int64_t{1} << (st.out_shift - 1))) >> st.out_shift;
-      out.push_back(static_cast<int16_t>(v > 32767 ? 32767 : v < -32768 ? -32768 : v));
-    }
+    for (uint32_t d = 0; d < h.half; ++d) sum += int64_t{h.taps[d]} * (at(x, i - d) + at(x, i - span + d));
+    y[2 * i] = round_clamp(sum, 30);
+    y[2 * i + 1] = at(x, i - (h.half - 1));
   }
-  return out;
+  return y;
 }
 
-}  // namespace hq_test
+// The decimating half-band: output i from inputs up to 2 i.
+inline Signal half_down(const Signal &x, const rsmpl::HqHalfband &h) {
+  Signal y((x.size() + 1) / 2);
+  const int64_t span = 2 * h.half - 1;
+  for (int64_t i = 0; i < static_cast<int64_t>(y.size()); ++i) {
+    int64_t sum = at(x, 2 * i - span) * (int64_t{1} << 30);
+    for (uint32_t d = 0; d < h.half; ++d) sum += int64_t{h.taps[d]} * (at(x, 2 * (i - d)) + at(x, 2 * (i - span + d)));
+    y[i] = round_clamp(sum, 31);
+  }
+  return y;
+}
+
+// The kernel's taps at psi = 1 - phi for a position whose fraction phi is
+// r / den, times gain (Q29): as the header of the kernels says, the phase
+// comes from phi's first 32 bits (f) and the rest only tells a position on
+// a table phase, or a whole one, from one just past it; a whole position
+// takes psi = 1 going up and psi = 0 going down.
+inline std::vector<int64_t> kernel_taps(const rsmpl::HqKernel &k, uint64_t r, uint64_t den, bool whole_is_one,
+                                        int64_t gain) {
+  const uint32_t bits = k.phase_bits;
+  const uint64_t phases = uint64_t{1} << bits;
+  const uint64_t f = (r << 32) / den;          // r < den <= 2^32
+  const bool past = ((r << 32) % den) != 0;  // phi lies beyond f / 2^32
+  uint64_t q = 0;
+  int64_t w = 0;
+  if (f == 0 && !past) {
+    q = whole_is_one ? phases : 0;
+  } else {
+    const uint64_t top = f >> (32 - bits), rest = (f << bits) & 0xffffffffu;
+    if (rest == 0 && !past) {
+      q = phases - top;
+    } else {
+      q = phases - top - 1;
+      w = rest == 0 ? 0x7fffffff : static_cast<int64_t>(((uint64_t{1} << 32) - rest) >> 1);
+    }
+  }
+  const int64_t w2 = (w * (w - (int64_t{1} << 31))) >> 32;
+  const int32_t *c0 = k.table + q * 3 * k.taps, *d1 = c0 + k.taps, *d2 = d1 + k.taps;
+  std::vector<int64_t> c(k.taps);
+  for (uint32_t i = 0; i < k.taps; ++i) {
+    const int32_t b = c0[i] + static_cast<int32_t>((int64_t{d1[i]} * w) >> 31) +
+                      static_cast<int32_t>((int64_t{d2[i]} * w2) >> 31);
+    c[i] = gain == (1 << 29) ? b : static_cast<int32_t>((int64_t{b} * gain) >> 29);
+  }
+  return c;
+}
+
+// The polyphase stage going up: output m at position m step_num / step_den
+// of its input, from the kernel at one minus the position's fraction.
+inline Signal poly(const Signal &x, const rsmpl::HqKernel &k, uint64_t step_num, uint64_t step_den, uint64_t count) {
+  Signal y(count);
+  for (uint64_t m = 0; m < count; ++m) {
+    const rsmpl::U128 p = rsmpl::U128{m} * rsmpl::U128{step_num};
+    const int64_t e = static_cast<int64_t>((p / rsmpl::U128{step_den}).low());
+    const uint64_t r = (p - rsmpl::U128{static_cast<uint64_t>(e)} * rsmpl::U128{step_den}).low();
+    const std::vector<int64_t> c = kernel_taps(k, r, step_den, true, 1 << 29);
+    int64_t sum = 0;
+    for (uint32_t i = 0; i < k.taps; ++i) sum += c[i] * at(x, e - (k.taps - 1) + i);
+    y[m] = round_clamp(sum, 30);
+  }
+  return y;
+}
+
+// The transposed stage going down: input i at output position u_i = i
+// step_num / step_den adds its kernel at ceil(u_i) - u_i, weighted by the
+// step, to outputs ceil(u_i) onwards.
+inline Signal poly_t(const Signal &x, const rsmpl::HqKernel &k, uint64_t step_num, uint64_t step_den, int64_t gain) {
+  const uint64_t outputs = x.empty() ? 0 : ((x.size() - 1) * step_num) / step_den + k.taps + 2;
+  std::vector<int64_t> acc(outputs, 0);
+  for (uint64_t i = 0; i < x.size(); ++i) {
+    const rsmpl::U128 u = rsmpl::U128{i} * rsmpl::U128{step_num};
+    const uint64_t whole = (u / rsmpl::U128{step_den}).low();
+    const uint64_t r = (u - rsmpl::U128{whole} * rsmpl::U128{step_den}).low();
+    const uint64_t first = whole + (r != 0 ? 1 : 0);
+    const std::vector<int64_t> c = kernel_taps(k, r, step_den, false, gain);
+    for (uint32_t j = 0; j < k.taps; ++j) acc[first + j] += x[i] * c[j];
+  }
+  Signal y(outputs);
+  for (uint64_t j = 0; j < outputs; ++j) y[j] = round_clamp(acc[j], 30);
+  return y;
+}
+
+struct Chain {
+  bool up;
+  unsigned k;  // relaxed octaves
+};
+
+inline Chain chain_of(uint32_t in, uint32_t out) {
+  const uint64_t high = out >= in ? out : in, low = out >= in ? in : out;
+  unsigned k = 0;
+  while (high >= (low << (k + 2))) ++k;
+  return {out >= in, k};
+}
+
+inline const rsmpl::HqHalfband &relaxed(const rsmpl::HqGrade &g, unsigned distance) {
+  return g.relaxed[(distance < 3 ? distance : 3) - 1];
+}
+
+// The whole chain at the ratio L / M (lowest terms) on one channel of
+// int32 samples at 2^29 full scale; the first `count` outputs.
+inline Signal convert(const Signal &x, uint32_t in, uint32_t out, uint64_t l, uint64_t m, int grade, uint64_t count) {
+  const rsmpl::HqGrade &g = rsmpl::kHqGrades[grade];
+  const Chain ch = chain_of(in, out);
+  Signal y;
+  if (ch.up) {
+    // Stage steps 2^(k+1) M / L of its input per output.
+    const Signal a = half_up(x, g.sharp);
+    const uint64_t groups = (count + (1u << ch.k) - 1) >> ch.k;
+    y = poly(a, g.kernel, m << (ch.k + 1), l, groups);
+    for (unsigned j = 1; j <= ch.k; ++j) y = half_up(y, relaxed(g, j));
+  } else {
+    y = x;
+    for (unsigned j = ch.k; j >= 1; --j) y = half_down(y, relaxed(g, j));
+    const uint64_t num = l << (ch.k + 1), den = m;
+    // The step in Q29, rounded to nearest: the weight of each input.
+    const int64_t gain = static_cast<int64_t>(((num << 29) + den / 2) / den);
+    y = half_down(poly_t(y, g.kernel, num, den, gain), g.sharp);
+  }
+  y.resize(count);
+  return y;
+}
+
+// Outputs after N input frames at L / M: ceil(N L / M).
+inline uint64_t due(uint64_t n, uint64_t l, uint64_t m) { return (n * l + m - 1) / m; }
+
+}  // namespace hq_ref
 
 #endif

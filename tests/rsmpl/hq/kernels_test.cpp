@@ -1,173 +1,186 @@
 // SPDX-License-Identifier: MIT
-// Each build's high-quality output loop against the scalar build's (plain
-// int64 sums, held to the reference by hq/stream_test) on coefficients at the
-// bounds that keep every sum within 32 bits (hq/state.h: the sum of |hi|
-// times 32768 plus 2^(31 - S) below 2^31, |lo| at most 2^(S - 1)) and random
-// or full-scale samples: the two-frame kernels (P = L), the blend's inner
-// products (P < L) and the lane kernels of the small ratios' designs. Real
-// designs stay far from these bounds, so streams cannot show a lane that
-// wraps.
+// Every build's high-quality kernels against the plain build's, on random
+// input and at the bounds the stages keep: samples at the clamp (-2^30 and
+// 2^30 - 1, so that two of them sum to the ends of int32), every design's
+// taps, every table row at weights 0, 1/2 and just below 1, gains at both
+// ends of the window, counts that leave every tail length, and the whole
+// polyphase passes over positions of every kind. A build that wraps a sum,
+// drops a sign, loses a lane or rounds another way shows here.
 #include <gtest/gtest.h>
 
 #include <random>
+#include <string>
 #include <vector>
 
 #include "rsmpl/cpu.h"
+#include "rsmpl/hq/designs.h"
 #include "rsmpl/hq/kernels.h"
-#include "rsmpl/hq/state.h"
-#include "tests/support/hq_reference.h"
 #include "tests/support/kernel_sets.h"
 
 namespace {
 
-// n hi and n lo at the bounds for shift s: |hi| adding up to the largest sum
-// allowed; all of one sign (sign 1 or -1) or of random signs (0). Sign 2:
-// a few halves of the peak (2^13 in hi), so that sums fall on exact halves
-// of an output step.
-void bounded(int16_t *hi, int16_t *lo, uint32_t n, uint32_t s, int sign, std::mt19937 &rng) {
-  std::fill(hi, hi + n, 0);
-  std::fill(lo, lo + n, 0);
-  for (int i = 0; sign == 2 && i < 3; ++i) hi[rng() % n] = rng() % 2 ? 8192 : -8192;
-  if (sign == 2) return;
-  for (int left = (1 << 16) - (1 << (16 - s)) - 1; left > 0;) {
-    const uint32_t k = rng() % n;
-    const int step = std::min<int>({left, 1 + int(rng() % 4096), 32767 - hi[k]});
-    hi[k] = static_cast<int16_t>(hi[k] + step);
-    left -= step;
+using rsmpl::HqKernels;
+constexpr int32_t kHigh = (1 << 30) - 1, kLow = -(1 << 30);
+
+// Samples of one of four kinds: random in range, all at the top, all at the
+// bottom, alternating ends.
+std::vector<int32_t> samples(size_t n, int kind, std::mt19937 &rng) {
+  std::vector<int32_t> x(n);
+  for (size_t i = 0; i < n; ++i) {
+    switch (kind) {
+      case 0: x[i] = static_cast<int32_t>(rng() % (1u << 31)) + kLow; break;
+      case 1: x[i] = kHigh; break;
+      case 2: x[i] = kLow; break;
+      default: x[i] = (i / 3) % 2 ? kHigh : kLow; break;
+    }
   }
-  const int half = 1 << (s - 1);
-  for (uint32_t k = 0; k < n; ++k) {
-    hi[k] = static_cast<int16_t>((sign != 0 ? sign : rng() % 2 ? 1 : -1) * hi[k]);
-    const int any = int(rng() % half);
-    lo[k] = static_cast<int16_t>(sign > 0 ? any : sign < 0 ? -1 - any : rng() % 2 ? any : -1 - any);
+  return x;
+}
+
+std::vector<const rsmpl::HqHalfband *> halfbands() {
+  std::vector<const rsmpl::HqHalfband *> all;
+  for (const auto &g : rsmpl::kHqGrades) {
+    all.push_back(&g.sharp);
+    for (const auto &r : g.relaxed) all.push_back(&r);
   }
+  return all;
 }
 
-// Coefficient signs and samples; one extreme throughout meets, in every
-// window, the largest sum of the coefficients' sign.
-const std::pair<int, hq_test::Fill> kModes[] = {{0, hq_test::kRandom}, {0, hq_test::kFullScale},
-                                                {1, hq_test::kHigh},   {1, hq_test::kLow},
-                                                {-1, hq_test::kLow},   {2, hq_test::kRandom}};
+const HqKernels &plain() { return *rsmpl::kernel_set(rsmpl::kIsaScalar)->hq; }
 
-// Tap b's place in a small ratio's design, counted back from the newest of
-// its A active taps: tap pair (b mod 2M mod M, b div 2M) of each M's G = A /
-// 2M groups, first or second of the pair (hq/state.h, hq_build_pairs).
-size_t pair_slot(uint32_t b, uint32_t m, uint32_t groups) {
-  const uint32_t i = b % (2 * m), g = b / (2 * m);
-  return 4 * (size_t{i % m} * groups + g) + (i >= m ? 1 : 0);
-}
-
-// A design that folds keeps tap A - b equal to tap b and tap 0 zero: the
-// bounded values of each mirrored pair averaged, so that the sums stay
-// within the bounds.
-void fold(std::vector<int16_t> &v, uint32_t active) {
-  v[0] = 0;
-  for (uint32_t b = 1; b < active / 2; ++b)
-    v[b] = v[active - b] = static_cast<int16_t>((v[b] + v[active - b]) / 2);
-}
-
-// A state at ratio L / M with bounded coefficients in every phase (its tap
-// pairs for a small ratio's design) and the samples in every line (pair
-// rows, each pair's second sample the sample before its first), full; each build's output loop on copies, with room for 7 frames
-// (an odd last frame goes alone) and then the rest. A design that folds is
-// tried folded, with mirrored coefficients, and unfolded with any.
-TEST(HqKernels, OutputLoopsMatchTheScalarBuildAtTheBounds) {
-  std::mt19937 rng(32);
-  const uint32_t ratios[][4] = {
-      {44100, 48000, 160, 147}, {96000, 44100, 147, 320}, {192000, 8000, 1, 24},  // P = L
-      {44100, 48000, 1115, 1024}, {192000, 8000, 1001, 24000},                   // P < L
-      {24000, 48000, 2, 1}, {32000, 48000, 3, 2}, {48000, 16000, 1, 3}, {48000, 30000, 5, 8},
-      {8000, 64000, 8, 1}, {56000, 8000, 1, 7}, {44100, 48000, 8, 7},  // lanes
-      {48000, 24000, 1, 2}, {64000, 8000, 1, 8}};                      // folded lanes
-  for (const auto &r : ratios)
-    for (uint32_t ch : {1u, 2u, 3u})
-      for (const auto &[sign, fill] : kModes)
-        for (const bool folded : {false, true}) {
-          auto st = hq_test::make_state(r[0], r[1], ch, r[2], r[3]);
-          ASSERT_TRUE(st);
-          if (folded && st->folded == 0) continue;
-          st->folded = folded ? 1 : 0;
-          const bool lanes = st->direct != 0;
-          const uint32_t n = lanes ? st->active : st->taps, phases = lanes ? r[2] : st->phases + 1;
-          const uint32_t groups = n / (2 * r[3]);
-          int16_t *coef = lanes ? st->pair_coefficients() : st->coefficients();
-          std::vector<int16_t> hi(n), lo(n);
-          for (uint32_t q = 0; q < phases; ++q, coef += 2 * n) {
-            bounded(hi.data(), lo.data(), n, st->lo_shift, sign, rng);
-            if (folded) {
-              fold(hi, n);
-              fold(lo, n);
-            }
-            for (uint32_t k = 0; k < n; ++k) {  // a pair's (hi, hi, lo, lo), or hi then lo
-              coef[lanes ? pair_slot(k, r[3], groups) : k] = hi[k];
-              coef[lanes ? pair_slot(k, r[3], groups) + 2 : n + k] = lo[k];
-            }
-          }
-          const auto x =
-              hq_test::make_input(fill, ch * (lanes ? st->pair_line_size() : st->line_cap), rng);
-          std::copy(x.begin(), x.end(), lanes ? st->pairs(0) : st->line(0));
-          // A pair's second sample is the first of the pair before it in
-          // its row, as a folded kernel reads it.
-          for (uint32_t c = 0; c < ch && lanes; ++c)
-            for (uint32_t row = 0; row < r[3]; ++row) {
-              int16_t *pairs = st->pairs(c) + 2 * size_t{row} * st->pair_stride;
-              for (uint32_t k = 1; k < st->pair_stride; ++k) pairs[2 * k + 1] = pairs[2 * k - 2];
-            }
-          st->fill = st->line_cap;
-          const uint32_t ready = static_cast<uint32_t>(rsmpl::hq_outputs_for(st.get(), 0));
-          const char *at = reinterpret_cast<char *>(st.get());
-          const std::vector<char> bytes(at, at + st->bytes);
-          auto run = [&](const rsmpl::HqKernels *set) {
-            std::vector<char> copy(bytes);
-            auto *state = reinterpret_cast<RSMPL_HqState *>(copy.data());
-            std::vector<int16_t> y(size_t{ready} * ch);
-            EXPECT_EQ(set->produce(state, y.data(), 7), 7u);
-            EXPECT_EQ(set->produce(state, y.data() + 7 * ch, ready - 7), ready - 7);
-            return y;
-          };
-          const auto want = run(rsmpl::kernel_set(rsmpl::kIsaScalar)->hq);
-          for (const auto *set : test_support::runnable_sets())
-            EXPECT_EQ(run(set->hq), want) << set->name << " " << r[0] << "->" << r[1] << " at " << r[2]
-                                      << "/" << r[3] << ", " << ch << " ch, sign " << sign << " fill "
-                                      << fill << (folded ? ", folded" : "");
+TEST(HqKernels, HalfBandsMatchThePlainBuild) {
+  std::mt19937 rng(7);
+  for (const auto *h : halfbands())
+    for (int kind = 0; kind < 4; ++kind)
+      for (uint32_t n : {1u, 7u, 8u, 9u, 17u, 64u}) {
+        const uint32_t hist = 2 * h->half - 1;
+        const auto x = samples(hist + n + 8, kind, rng), o = samples(n + 8, kind ^ 3, rng);
+        std::vector<int32_t> want_up(2 * n), want_down(n);
+        plain().half_up(x.data() + hist, h->taps, h->half, want_up.data(), n);
+        plain().half_down(x.data() + hist, o.data(), h->taps, h->half, want_down.data(), n);
+        for (const auto *set : test_support::runnable_sets()) {
+          std::vector<int32_t> up(2 * n + 1, 12345), down(n + 1, 12345);
+          set->hq->half_up(x.data() + hist, h->taps, h->half, up.data(), n);
+          set->hq->half_down(x.data() + hist, o.data(), h->taps, h->half, down.data(), n);
+          EXPECT_EQ(std::vector<int32_t>(up.begin(), up.end() - 1), want_up)
+              << set->name << " half " << h->half << " kind " << kind << " n " << n;
+          EXPECT_EQ(std::vector<int32_t>(down.begin(), down.end() - 1), want_down)
+              << set->name << " half " << h->half << " kind " << kind << " n " << n;
+          EXPECT_EQ(up.back(), 12345) << set->name << " wrote past its outputs";
+          EXPECT_EQ(down.back(), 12345) << set->name << " wrote past its outputs";
         }
+      }
 }
 
-// Each build's fill of the small ratios' pair rows against the scalar
-// build's: a state that already holds `fill` frames takes `take` more,
-// from input at an odd sample address or not, for every M and 1 to 5
-// channels (pairs of channels and a lone last one); the states must then
-// match byte for byte.
-TEST(HqKernels, PairRowFillsMatchTheScalarBuild) {
-  std::mt19937 rng(21);
-  const uint32_t ratios[][2] = {{32000, 48000}, {48000, 16000}, {48000, 30000}, {56000, 8000},
-                                {64000, 8000}, {8000, 64000}};
-  for (const auto &r : ratios)
-    for (uint32_t ch = 1; ch <= 5; ++ch)
-      for (const uint32_t fill : {0u, 1u, 7u, 130u})
-        for (const uint32_t take : {1u, 3u, 4u, 17u, 64u, 301u})
-          for (const uint32_t skew : {0u, 1u}) {
-            auto st = hq_test::make_state(r[0], r[1], ch);
-            ASSERT_TRUE(st);
-            ASSERT_NE(st->direct, 0u);
-            if (fill + take > st->line_cap) continue;
-            const auto before = hq_test::make_input(hq_test::kRandom, size_t{fill} * ch, rng);
-            const auto x = hq_test::make_input(hq_test::kFullScale, (size_t{take} + 1) * ch, rng);
-            rsmpl::kernel_set(rsmpl::kIsaScalar)->hq->take_rows(st.get(), before.data(), fill);
-            st->fill = fill;
-            const char *at = reinterpret_cast<char *>(st.get());
-            const std::vector<char> bytes(at, at + st->bytes);
-            auto run = [&](const rsmpl::HqKernels *set) {
-              std::vector<char> copy(bytes);
-              set->take_rows(reinterpret_cast<RSMPL_HqState *>(copy.data()), x.data() + skew, take);
-              return copy;
-            };
-            const auto want = run(rsmpl::kernel_set(rsmpl::kIsaScalar)->hq);
-            for (const auto *set : test_support::runnable_sets())
-              EXPECT_TRUE(run(set->hq) == want) << set->name << " " << r[0] << "->" << r[1] << ", "
-                                                << ch << " ch, fill " << fill << " take " << take
-                                                << " skew " << skew;
+TEST(HqKernels, BlendsMatchThePlainBuildOnEveryRow) {
+  for (const auto &grade : rsmpl::kHqGrades) {
+    const rsmpl::HqKernel &k = grade.kernel;
+    const uint32_t phases = 1u << k.phase_bits;
+    for (uint32_t q = 0; q <= phases; ++q)
+      for (int32_t w : {0, 1, 1 << 30, 0x7fffffff, 123456789})
+        for (int32_t gain : {1 << 29, (1 << 29) - 1, 7 << 26, 9 << 26, 1207959552}) {
+          const int32_t w2 = static_cast<int32_t>((int64_t{w} * (int64_t{w} - (int64_t{1} << 31))) >> 32);
+          const int32_t *rows = k.table + size_t{q} * 3 * k.taps;
+          std::vector<int32_t> want(k.taps);
+          plain().blend(rows, k.taps, w, w2, gain, want.data());
+          for (const auto *set : test_support::runnable_sets()) {
+            std::vector<int32_t> got(k.taps);
+            set->hq->blend(rows, k.taps, w, w2, gain, got.data());
+            ASSERT_EQ(got, want) << set->name << " row " << q << " w " << w << " gain " << gain;
           }
+        }
+  }
+}
+
+TEST(HqKernels, InnerProductsAndDepositsMatchThePlainBuild) {
+  std::mt19937 rng(11);
+  for (uint32_t taps : {4u, 16u, 20u, 23u, 40u})
+    for (uint32_t rows : {1u, 2u, 3u, 7u})
+      for (int kind = 0; kind < 4; ++kind) {
+        const size_t stride = taps + 5;
+        const auto x = samples(stride * rows, kind, rng);
+        // Taps at the largest a row holds (Q30, summing to about 1.3).
+        std::vector<int32_t> c(taps);
+        for (auto &v : c) v = static_cast<int32_t>(rng() % (3u << 28)) - (3 << 27);
+        if (kind == 1) c.assign(taps, (1 << 30) / static_cast<int32_t>(taps) * 2);
+        std::vector<int32_t> want(rows * 2);
+        plain().dots(x.data(), stride, rows, c.data(), taps, want.data(), 2);
+        std::vector<int64_t> acc0(stride * rows);
+        for (auto &v : acc0) v = (static_cast<int64_t>(rng()) << 28) - (int64_t{1} << 59);
+        std::vector<int64_t> want_acc = acc0;
+        plain().deposit(want_acc.data(), stride, rows, x.data(), stride, c.data(), taps);
+        for (const auto *set : test_support::runnable_sets()) {
+          std::vector<int32_t> got(rows * 2);
+          set->hq->dots(x.data(), stride, rows, c.data(), taps, got.data(), 2);
+          EXPECT_EQ(got, want) << set->name << " taps " << taps << " rows " << rows << " kind " << kind;
+          std::vector<int64_t> acc = acc0;
+          set->hq->deposit(acc.data(), stride, rows, x.data(), stride, c.data(), taps);
+          EXPECT_EQ(acc, want_acc) << set->name << " taps " << taps << " rows " << rows << " kind " << kind;
+        }
+      }
+}
+
+// Whole passes of both polyphase stages over positions that start whole,
+// just past whole, on a table phase and anywhere, at steps of both kinds.
+TEST(HqKernels, PolyphasePassesMatchThePlainBuild) {
+  std::mt19937 rng(13);
+  const rsmpl::HqPos starts[] = {{40, 0, 0}, {40, 0, 1}, {40, 1u << 24, 0}, {40, 0x9e3779b9, 5}};
+  const rsmpl::HqStep steps[] = {rsmpl::hq_step_exact(147 * 2, 160), rsmpl::hq_step_exact(941, 1024),
+                                 rsmpl::hq_step_fixed(0, 0xd1b71758e219652cu), rsmpl::hq_step_exact(4, 2)};
+  for (const auto &grade : rsmpl::kHqGrades)
+    for (const auto &start : starts)
+      for (const auto &step : steps)
+        for (uint32_t channels : {1u, 2u, 5u}) {
+          const size_t stride = 300;
+          const auto x = samples(stride * channels, 0, rng);
+          std::vector<int32_t> coef(4 * grade.kernel.taps);
+          rsmpl::HqPolyJob job{};
+          job.x = x.data();
+          job.xstride = stride;
+          job.channels = channels;
+          job.room = 90;
+          job.base = 0;
+          job.end = 200;
+          job.pos = start;
+          job.step = step;
+          job.kernel = &grade.kernel;
+          job.coef = coef.data();
+          std::vector<int32_t> want(100 * channels);
+          job.y = want.data();
+          job.ystride = 100;
+          rsmpl::HqPolyJob want_job = job;
+          const uint32_t want_made = plain().poly(&want_job);
+          rsmpl::HqPolyTJob t{};
+          t.x = x.data();
+          t.xstride = stride;
+          t.channels = channels;
+          t.count = 90;
+          t.pos = start;
+          t.step = step;
+          t.gain = 9 << 26;
+          t.kernel = &grade.kernel;
+          t.coef = coef.data();
+          std::vector<int64_t> want_acc(400 * channels);
+          t.acc = want_acc.data();
+          t.astride = 400;
+          t.acc_base = 30;
+          rsmpl::HqPolyTJob want_t = t;
+          plain().poly_t(&want_t);
+          for (const auto *set : test_support::runnable_sets()) {
+            std::vector<int32_t> got(100 * channels);
+            rsmpl::HqPolyJob j = job;
+            j.y = got.data();
+            EXPECT_EQ(set->hq->poly(&j), want_made) << set->name;
+            EXPECT_EQ(got, want) << set->name << " channels " << channels;
+            EXPECT_EQ(j.pos.i, want_job.pos.i) << set->name;
+            EXPECT_EQ(j.pos.f, want_job.pos.f) << set->name;
+            std::vector<int64_t> acc(400 * channels);
+            rsmpl::HqPolyTJob jt = t;
+            jt.acc = acc.data();
+            set->hq->poly_t(&jt);
+            EXPECT_EQ(acc, want_acc) << set->name << " channels " << channels;
+          }
+        }
 }
 
 }  // namespace

@@ -1,102 +1,102 @@
 // SPDX-License-Identifier: MIT
-// The high-quality resampler's streams against the plain integer reference
-// (tests/support/hq_reference.h), on every kernel build, on ratios that take
-// each path, with one, two, three and eight channels (so that the two-channel and
-// the odd-channel kernel calls both run). Input goes in any split of calls
-// and room, in place when the ratio allows, and every call is held to
-// RSMPL_HqProcess's rules: the one comparison shows split invariance,
-// in-place runs and the exact frame counts too.
+// The high-quality resampler against its plain model: every chain shape
+// (up and down, with and without relaxed octaves, ratios near 1, exact
+// powers of two, 4000 and 768000 Hz), both grades, every format pairing and
+// dither, one to 64 channels, the rates' ratio and alsa-lib's period
+// ratios, fed in random splits with too little room at times. The output is
+// exactly the model's first ceil(N L / M) frames, byte for byte.
 #include <gtest/gtest.h>
 
-#include <cstring>
+#include <numeric>
 #include <random>
+#include <string>
 #include <vector>
 
-#include "tests/support/hq_reference.h"
 #include "tests/support/hq_stream.h"
 #include "tests/support/kernel_sets.h"
 
 namespace {
 
-using hq_test::ready;
-using hq_test::Segment;
+struct Case {
+  uint32_t in, out, channels;
+  uint32_t ratio_out = 0, ratio_in = 0;  // 0: the rates'
+};
 
-// The 16-bit resampler's calls on `st`, for hq_test::feed.
-hq_test::Calls calls(RSMPL_HqState *st, const Segment &seg) {
-  const size_t frame = sizeof(int16_t) * st->channels;
-  return {[st](const void *in, uint32_t *n, void *out, uint32_t *m) {
-            return RSMPL_HqProcess(st, static_cast<const int16_t *>(in), n, static_cast<int16_t *>(out), m);
-          },
-          [st](uint32_t n) {
-            uint32_t m = 0;
-            RSMPL_HqOutputFrames(st, n, &m);
-            return m;
-          },
-          [st](uint32_t m) {
-            uint32_t n = 0;
-            RSMPL_HqInputFrames(st, m, &n);
-            return n;
-          },
-          frame, frame, seg.L <= seg.M};
+// Every shape of chain: up by less than 2, by 2..4, by more (one to six
+// relaxed octaves), by exact powers of two; down likewise; 1:1.
+const Case kCases[] = {
+    {44100, 48000, 2},      {48000, 44100, 2},         {32000, 48000, 1},  {48000, 16000, 3},
+    {96000, 44100, 2},      {22050, 48000, 2},         {48000, 48000, 2},  {48000, 768000, 2},
+    {768000, 48000, 2},     {44100, 705600, 1},        {705600, 44100, 1}, {8000, 768000, 1},
+    {768000, 4000, 1},      {4000, 48000, 2},          {5512, 44100, 2},   {44100, 5512, 2},
+    {192000, 768000, 2},    {768000, 192000, 2},       {44100, 192000, 2, 1115, 256},
+    {48000, 44100, 2, 941, 1024}, {44100, 48000, 2, 1024, 941}, {352800, 48000, 2, 480, 3528},
+    {44100, 48000, 64},     {768000, 44100, 7},
+};
+
+std::vector<uint8_t> random_frames(size_t frames, uint32_t channels, uint32_t format, std::mt19937 &rng) {
+  std::vector<uint8_t> b(frames * channels * hq_test::sample_bytes(format));
+  for (size_t i = 0; i < b.size(); ++i) b[i] = static_cast<uint8_t>(rng());
+  // A stretch at full scale either way, where the stages clamp.
+  const size_t width = hq_test::sample_bytes(format);
+  for (size_t i = b.size() / 3; i < b.size() / 3 + 64 * width * channels && i < b.size(); i += width) {
+    const bool high = (i / (width * channels)) % 16 < 8;
+    for (size_t k = 0; k < width; ++k) b[i + k] = high ? (k + 1 == width ? 0x7f : 0xff) : (k + 1 == width ? 0x80 : 0);
+  }
+  return b;
 }
 
-std::vector<int16_t> feed(RSMPL_HqState *st, const std::vector<int16_t> &x, const Segment &seg,
-                          uint64_t fed, std::mt19937 &rng) {
-  const auto *bytes = reinterpret_cast<const uint8_t *>(x.data());
-  const auto y = hq_test::feed(calls(st, seg), std::vector<uint8_t>(bytes, bytes + 2 * x.size()), seg, fed, rng);
-  std::vector<int16_t> out(y.size() / 2);
-  std::memcpy(out.data(), y.data(), y.size());
-  return out;
+std::string name(const Case &c, int grade, uint32_t fin, uint32_t fout) {
+  return std::to_string(c.in) + "->" + std::to_string(c.out) + " x" + std::to_string(c.channels) + " grade " +
+         std::to_string(grade ? 24 : 16) + " " + (fin ? "S32" : "S16") + "->" + (fout ? "S32" : "S16") +
+         (c.ratio_out ? " at " + std::to_string(c.ratio_out) + "/" + std::to_string(c.ratio_in) : "");
 }
 
-// Each path at its ratio, and streams that change it: in and out of the
-// small ratios' designs, M changing on the way, and between blended and
-// unblended phases. Before the first step's frames: the count queries over
-// an hour (capped at 2^32 - 1), some input and Reset (back to silence and
-// the start).
-TEST(HqStream, EveryBuildMatchesTheReferenceOverAnySplit) {
-  std::vector<hq_test::Stream> streams = hq_test::ratio_changes();
-  for (const auto &p : hq_test::paths())
-    streams.push_back({p.in, p.out, {{p.ratio_out, p.ratio_in}}});
+TEST(HqStream, EveryChainMatchesThePlainModelInRandomSplits) {
   std::mt19937 rng(2024);
-  int run = 0;
-  for (const auto *set : test_support::runnable_sets()) {
-    const test_support::UsingKernels use(set);
-    for (const auto &c : streams)
-      for (uint32_t ch : {1u, 2u, 3u, 8u}) {
-        auto st = hq_test::make_state(c.in, c.out, ch);
-        ASSERT_TRUE(st);
-        Segment seg = hq_test::fresh(c.out, c.in);
-        std::vector<int16_t> x;
-        for (const hq_test::Step &s : c.steps) {
-          SCOPED_TRACE(::testing::Message() << set->name << " " << c.in << "->" << c.out << ", "
-                                            << ch << " ch at " << s.ratio_out << "/" << s.ratio_in);
-          const uint64_t fed = x.size() / ch;
-          if (s.ratio_out != 0) {
-            ASSERT_EQ(RSMPL_HqSetRatio(st.get(), s.ratio_out, s.ratio_in), RSMPL_OK);
-            seg = hq_test::after_ratio(seg, fed, s.ratio_out, s.ratio_in);
+  for (const Case &c : kCases)
+    for (int grade = 0; grade < 2; ++grade)
+      for (uint32_t fin = 0; fin < 2; ++fin)
+        for (uint32_t fout = 0; fout < 2; ++fout) {
+          if (grade == 0 && (fin || fout)) continue;  // the 16-bit calls take S16
+          if (c.channels > 8 && (fin != fout)) continue;
+          const std::string what = name(c, grade, fin, fout);
+          hq_test::Resampler r(grade, c.in, c.out, c.channels);
+          uint64_t l = c.out / std::gcd(c.in, c.out), m = c.in / std::gcd(c.in, c.out);
+          if (c.ratio_out != 0) {
+            ASSERT_EQ(r.set_ratio(c.ratio_out, c.ratio_in), RSMPL_OK) << what;
+            const uint64_t g = std::gcd(c.ratio_out, c.ratio_in);
+            l = c.ratio_out / g;
+            m = c.ratio_in / g;
           }
-          if (fed == 0) {
-            for (uint32_t n : {3600 * c.in, UINT32_MAX}) {
-              uint32_t outs = 0, ins = 0;
-              RSMPL_HqOutputFrames(st.get(), n, &outs);
-              RSMPL_HqInputFrames(st.get(), n, &ins);
-              EXPECT_EQ(outs, std::min<uint64_t>(ready(seg, n), UINT32_MAX)) << n;
-              EXPECT_EQ(ins, std::min<uint64_t>((n - 1ull) * seg.M / seg.L + 1, UINT32_MAX)) << n;
-            }
-            feed(st.get(), hq_test::make_input(hq_test::kRandom, 300 * ch, rng), seg, 0, rng);
-            ASSERT_EQ(RSMPL_HqReset(st.get()), RSMPL_OK);
-          }
-          const uint64_t most = std::min<uint64_t>(1500, 150000 / st->taps), done = ready(seg, fed);
-          const uint64_t frames =
-              s.frames ? s.frames : std::max<uint64_t>(4 * st->taps, most * seg.M / seg.L);
-          const auto slice = hq_test::make_input(hq_test::Fill(run++ % 3), frames * ch, rng);
-          x.insert(x.end(), slice.begin(), slice.end());
-          const auto got = feed(st.get(), slice, seg, fed, rng);
-          const uint64_t count = ready(seg, fed + frames) - done;
-          ASSERT_TRUE(hq_test::same(got, hq_test::reference(*st, seg, x, done, count)));
+          const bool dither = grade == 1 && fout == 0 && fin == 1;
+          if (dither) ASSERT_EQ(RSMPL_Hq32SetDither(r.st32(), 1), RSMPL_OK);
+          // About 30 ms of input, at least 600 frames.
+          const size_t frames = std::max<size_t>(600, c.in / 32);
+          const auto in = random_frames(frames, c.channels, fin, rng);
+          const auto got = hq_test::feed(r, in, fin, fout, rng, std::max<uint32_t>(16, c.in / 200));
+          const uint64_t due = hq_ref::due(frames, l, m);
+          const auto want = hq_test::model(in, fin, fout, c.channels, c.in, c.out, l, m, grade, due, dither);
+          EXPECT_TRUE(hq_test::same(got, want, hq_test::sample_bytes(fout) * c.channels)) << what;
         }
-      }
+}
+
+// Each build of the kernels gives the same stream.
+TEST(HqStream, EveryKernelBuildGivesTheSameStream) {
+  for (const Case &c : {Case{44100, 48000, 2}, Case{768000, 44100, 3}, Case{8000, 768000, 1}, Case{48000, 44100, 2, 941, 1024}}) {
+    std::vector<uint8_t> first;
+    for (const auto *set : test_support::runnable_sets()) {
+      test_support::UsingKernels using_set(set);
+      std::mt19937 rng(5);
+      hq_test::Resampler r(1, c.in, c.out, c.channels);
+      if (c.ratio_out) ASSERT_EQ(r.set_ratio(c.ratio_out, c.ratio_in), RSMPL_OK);
+      const auto in = random_frames(c.in / 20, c.channels, 1, rng);
+      const auto got = hq_test::feed(r, in, 1, 1, rng);
+      if (first.empty())
+        first = got;
+      else
+        EXPECT_TRUE(hq_test::same(got, first, 4 * c.channels)) << set->name << " " << c.in << "->" << c.out;
+    }
   }
 }
 
