@@ -31,7 +31,8 @@ const Start kUp{44100, 48000, 2}, kDown{48000, 44100, 2}, kUnit{44100, 44100, 2}
 const Start kZeroed{44100, 48000, 2, 0, 0, true};
 
 // One block: 64 KB, the state's area, then 64 KB of input and output
-// buffers and the result words; scrambled bytes before each row.
+// buffers and the result words (room for an RSMPL_HqPosition); scrambled
+// bytes before each row.
 template <class Api>
 struct Arena {
   static constexpr size_t kPad = 65536, kArea = Api::kStateArea, kSize = 2 * kPad + kArea;
@@ -81,8 +82,8 @@ void run(const std::vector<Row<Api>> &rows) {
   }
 }
 
-// Rates 0, 7999, 8000, 192000 and 192001 on either side and channels 0, 1,
-// 8 and 9 through both calls (Init with the size of its rates, or of
+// Rates 0, 3999, 4000, 768000 and 768001 on either side and channels 0, 1,
+// 64 and 65 through both calls (Init with the size of its rates, or of
 // kZeroed's when they are refused); the size pointer checked last, the
 // state first, its size and its alignment.
 template <class Api>
@@ -98,44 +99,55 @@ std::vector<Row<Api>> size_and_init_rows() {
     };
   };
   std::vector<Row<Api>> rows = {
-      {"null size", kZeroed, 2, size(8000, 192000, 1, true)},
-      {"rate before channels and size", kZeroed, 3, size(7999, 8000, 9, true)},
-      {"channels before the size", kZeroed, 4, size(8000, 8000, 9, true)},
+      {"null size", kZeroed, 2, size(4000, 768000, 1, true)},
+      {"rate before channels and size", kZeroed, 3, size(3999, 4000, 65, true)},
+      {"channels before the size", kZeroed, 4, size(4000, 4000, 65, true)},
       {"null state", kZeroed, 1, [](Arena<Api> &) { return Api::Init(nullptr, 0, 0, 0, 0); }},
-      {"init: rate before channels", kZeroed, 3, init(8000, 7999, 9)},
+      {"init: rate before channels", kZeroed, 3, init(4000, 3999, 65)},
       {"size one byte short", kZeroed, 4, init(96000, 44100, 3, 1)},
       {"4 bytes past 8-aligned", kZeroed, 4, init(96000, 44100, 3, 0, 4)}};
-  for (uint32_t r : {0u, 7999u, 8000u, 192000u, 192001u}) {
-    const RSMPL_Status want = r >= 8000 && r <= 192000 ? 0 : 3;
+  for (uint32_t r : {0u, 3999u, 4000u, 768000u, 768001u}) {
+    const RSMPL_Status want = r >= 4000 && r <= 768000 ? 0 : 3;
     for (const Call<Api> &call : {Call<Api>(size(r, 48000, 2)), Call<Api>(size(44100, r, 2)),
                                   Call<Api>(init(r, 48000, 2)), Call<Api>(init(44100, r, 2))})
       rows.push_back({"rate " + std::to_string(r), kZeroed, want, call});
   }
-  for (uint32_t ch : {0u, 1u, 8u, 9u})
+  for (uint32_t ch : {0u, 1u, 64u, 65u})
     for (const Call<Api> &call : {Call<Api>(size(44100, 48000, ch)), Call<Api>(init(44100, 48000, ch))})
-      rows.push_back({std::to_string(ch) + " channels", kZeroed, ch >= 1 && ch <= 8 ? 0u : 4u, call});
+      rows.push_back({std::to_string(ch) + " channels", kZeroed, ch >= 1 && ch <= 64 ? 0u : 4u, call});
   return rows;
 }
 
-// Within 1/16 of 160/147 either way: 170/147 and 50/49 exactly.
+// Within 1/8 of 160/147 either way: 180/147 and 140/147 exactly; terms up to
+// 2^32 - 1; scales within 1/8 of 2^32.
 template <class Api>
 std::vector<Row<Api>> set_ratio_rows() {
   auto set = [](uint32_t out, uint32_t in) {
     return [=](Arena<Api> &a) { return Api::SetRatio(a.st(), out, in); };
   };
-  const uint32_t k24 = 1u << 24;
+  auto scale = [](uint64_t s) { return [=](Arena<Api> &a) { return Api::SetRatioScale(a.st(), s); }; };
+  const uint32_t top = UINT32_MAX;
+  const uint64_t one = uint64_t{1} << 32;
   return {
       {"state before counts", kZeroed, 7, set(0, 0)},
       {"zero out", kUp, 3, set(0, 1024)},
       {"zero in", kUp, 3, set(1115, 0)},
-      {"1/16 above", kUp, 0, set(170, 147)},
-      {"past 1/16 above", kUp, 3, set(1701, 1470)},
-      {"1/16 below", kUp, 0, set(50, 49)},
-      {"past 1/16 below", kUp, 3, set(1499, 1470)},
-      {"terms below 2^24", kUnit, 0, set(k24 - 1, k24 - 2)},
-      {"out term of 2^24", kUnit, 3, set(k24, k24 - 1)},
-      {"in term of 2^24", kUnit, 3, set(k24 - 1, k24)},
-      {"large terms, small in lowest form", kUnit, 0, set(4000000000u, 4000000000u)},
+      {"1/8 above", kUp, 0, set(180, 147)},
+      {"past 1/8 above", kUp, 3, set(1801, 1470)},
+      {"1/8 below", kUp, 0, set(140, 147)},
+      {"past 1/8 below", kUp, 3, set(1399, 1470)},
+      {"1:1", kUnit, 0, set(1, 1)},
+      {"terms of 2^32 - 1, ratio 1", kUnit, 0, set(top, top)},
+      {"terms of 2^32 - 1 and 2^32 - 2", kUnit, 0, set(top, top - 1)},
+      {"large terms near the rates'", kUp, 0, set(4294967291u, 3946001049u)},
+      {"scale state first", kZeroed, 7, scale(0)},
+      {"scale 1", kUp, 0, scale(one)},
+      {"scale 1/8 above", kUp, 0, scale(one + one / 8)},
+      {"scale past 1/8 above", kUp, 3, scale(one + one / 8 + 1)},
+      {"scale 1/8 below", kUp, 0, scale(one - one / 8)},
+      {"scale past 1/8 below", kUp, 3, scale(one - one / 8 - 1)},
+      {"scale 0", kUp, 3, scale(0)},
+      {"scale of 2^64 - 1", kDown, 3, scale(UINT64_MAX)},
   };
 }
 
@@ -218,6 +230,9 @@ void check_state_calls(const Start &good, const std::vector<Damage<Api>> &damage
       {"InputFrames", true, [](Arena<Api> &, S *st, uint32_t *n) { return Api::InputFrames(st, 9, n); }},
       {"GetInfo", true, [](Arena<Api> &, S *st, uint32_t *n) {
          return Api::GetInfo(st, reinterpret_cast<RSMPL_HqInfo *>(n)); }},
+      {"GetPosition", true, [](Arena<Api> &, S *st, uint32_t *n) {
+         return Api::GetPosition(st, reinterpret_cast<RSMPL_HqPosition *>(n)); }},
+      {"SetRatioScale", false, [](Arena<Api> &, S *st, uint32_t *) { return Api::SetRatioScale(st, 1ull << 32); }},
   };
   Arena<Api> a;
   for (const auto &c : calls)
