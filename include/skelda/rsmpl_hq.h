@@ -116,6 +116,15 @@ SKELDA_API RSMPL_Status RSMPL_HqSetRatio(RSMPL_HqState *state, uint32_t outFrame
  * of 2^32 either way. 1 null state, 7 not initialised, 3 out of range. */
 SKELDA_API RSMPL_Status RSMPL_HqSetRatioScale(RSMPL_HqState *state, uint64_t scale);
 
+/* Moves the ratio to outRate / inRate times scale / 2^32 gradually instead
+ * of at once: from the stream's current position, the step changes in up to
+ * 256 equal stairs spread over about `frames` output frames (fewer than two
+ * of the chain's polyphase steps: at once, as RSMPL_HqSetRatioScale). Frame
+ * counts stay exact throughout. A new ratio, scale or glide replaces one
+ * under way; Reset stops it where it is. 1 null state, 7 not initialised,
+ * 3 scale out of range. */
+SKELDA_API RSMPL_Status RSMPL_HqGlideScale(RSMPL_HqState *state, uint64_t scale, uint32_t frames);
+
 /* Silent history and the stream back at its start; rates, ratio and filter
  * stay. 1 null state, 7 state not initialised. */
 SKELDA_API RSMPL_Status RSMPL_HqReset(RSMPL_HqState *state);
@@ -183,10 +192,11 @@ SKELDA_API RSMPL_Status RSMPL_Hq32GetStateSize(uint32_t inRate, uint32_t outRate
 SKELDA_API RSMPL_Status RSMPL_Hq32Init(RSMPL_Hq32State *state, uint32_t size, uint32_t inRate,
                                        uint32_t outRate, uint32_t channels);
 
-/* As RSMPL_HqSetRatio and RSMPL_HqSetRatioScale. */
+/* As RSMPL_HqSetRatio, RSMPL_HqSetRatioScale and RSMPL_HqGlideScale. */
 SKELDA_API RSMPL_Status RSMPL_Hq32SetRatio(RSMPL_Hq32State *state, uint32_t outFrames,
                                            uint32_t inFrames);
 SKELDA_API RSMPL_Status RSMPL_Hq32SetRatioScale(RSMPL_Hq32State *state, uint64_t scale);
+SKELDA_API RSMPL_Status RSMPL_Hq32GlideScale(RSMPL_Hq32State *state, uint64_t scale, uint32_t frames);
 
 /* TPDF dither on S16 output from now on (`dither` nonzero) or off. 1 null
  * state, 7 state not initialised. */

@@ -44,6 +44,10 @@ bool state_ok(const RSMPL_HqState *st, uint32_t grade) {
         a.at != b.at || b.fill > b.cap || b.odd > b.cap || b.next > b.fill)
       return false;
   }
+  if (st->glide_left != 0 &&
+      (st->glide_left > st->glide_stairs || st->glide_stair == 0 || st->glide_count == 0 ||
+       st->glide_count > st->glide_stair || !step_ok(st->glide_from) || !step_ok(st->glide_target)))
+    return false;
   return step_ok(st->step) && step_ok(st->prev_step) && st->pos.e < st->step.den &&
          st->prev.e < st->prev_step.den;
 }
@@ -105,6 +109,12 @@ RSMPL_Status set_ratio(RSMPL_HqState *st, uint32_t out, uint32_t in) {
 RSMPL_Status set_scale(RSMPL_HqState *st, uint64_t scale) {
   if (!scale_ok(scale)) return RSMPL_ERR_BAD_RATIO;
   rsmpl::hq_set_scale(st, scale);
+  return RSMPL_OK;
+}
+
+RSMPL_Status glide(RSMPL_HqState *st, uint64_t scale, uint32_t frames) {
+  if (!scale_ok(scale)) return RSMPL_ERR_BAD_RATIO;
+  rsmpl::hq_glide(st, scale, frames);
   return RSMPL_OK;
 }
 
@@ -222,6 +232,11 @@ SKELDA_API RSMPL_Status RSMPL_HqSetRatioScale(RSMPL_HqState *state, uint64_t sca
   return s != RSMPL_OK ? s : set_scale(state, scale);
 }
 
+SKELDA_API RSMPL_Status RSMPL_HqGlideScale(RSMPL_HqState *state, uint64_t scale, uint32_t frames) {
+  const RSMPL_Status s = check(state, rsmpl::kHqGrade16);
+  return s != RSMPL_OK ? s : glide(state, scale, frames);
+}
+
 SKELDA_API RSMPL_Status RSMPL_HqReset(RSMPL_HqState *state) {
   const RSMPL_Status s = check(state, rsmpl::kHqGrade16);
   if (s == RSMPL_OK) rsmpl::hq_reset(state);
@@ -288,6 +303,11 @@ SKELDA_API RSMPL_Status RSMPL_Hq32SetRatio(RSMPL_Hq32State *state, uint32_t outF
 SKELDA_API RSMPL_Status RSMPL_Hq32SetRatioScale(RSMPL_Hq32State *state, uint64_t scale) {
   const RSMPL_Status s = check(state, rsmpl::kHqGrade24);
   return s != RSMPL_OK ? s : set_scale(inside(state), scale);
+}
+
+SKELDA_API RSMPL_Status RSMPL_Hq32GlideScale(RSMPL_Hq32State *state, uint64_t scale, uint32_t frames) {
+  const RSMPL_Status s = check(state, rsmpl::kHqGrade24);
+  return s != RSMPL_OK ? s : glide(inside(state), scale, frames);
 }
 
 SKELDA_API RSMPL_Status RSMPL_Hq32SetDither(RSMPL_Hq32State *state, uint32_t dither) {

@@ -106,6 +106,13 @@ struct RSMPL_HqState {
   // (rsmpl/hq/counts.cpp says what each stands for).
   rsmpl::HqPos pos, prev;
   rsmpl::HqStep step, prev_step;
+  // A glide (RSMPL_HqGlideScale): the step moves from glide_from to
+  // glide_target in glide_stairs equal stairs of glide_stair steps of the
+  // polyphase stage; glide_left stairs remain (0: none under way), the
+  // current one for glide_count more steps.
+  rsmpl::HqStep glide_from, glide_target;
+  uint64_t glide_stair, glide_count;
+  uint32_t glide_stairs, glide_left;
   uint64_t consumed;     // input frames taken since the start
   uint64_t emitted;      // output frames written since the start
   uint64_t poly_count;   // polyphase outputs made (up) or inputs taken (down)
@@ -148,6 +155,13 @@ const HqHalfband &hq_halfband(const RSMPL_HqState &st, uint32_t s);
 // over.
 void hq_set_ratio(RSMPL_HqState *st, uint64_t l, uint64_t m);
 void hq_set_scale(RSMPL_HqState *st, uint64_t scale);
+// Starts a glide to `scale` over about `frames` output frames.
+void hq_glide(RSMPL_HqState *st, uint64_t scale, uint32_t frames);
+// The step of stair j (1..glide_stairs) of the glide under way.
+HqStep hq_glide_step(const RSMPL_HqState *st, uint32_t j);
+// Moves the glide under way on by `steps` of the polyphase stage (at most
+// to the end of its current stair), taking the next stair's step there.
+void hq_glide_on(RSMPL_HqState *st, uint64_t steps);
 // Whether the stream makes at most one output frame per input frame.
 bool hq_ratio_at_most_one(const RSMPL_HqState *st);
 // Silent history, the stream at its start; rates, ratio and dither stay.

@@ -108,29 +108,36 @@ void run_half_down(RSMPL_HqState *st, uint32_t s) {
   stage.next += n;
 }
 
+// The polyphase stage's outputs, a stair of a glide at a time.
 void run_poly(RSMPL_HqState *st, uint32_t s) {
   HqStage &stage = st->stage[s];
-  HqPolyJob job{};
-  job.x = st->line(s, 0);
-  job.xstride = stage.stride;
-  job.channels = st->channels;
-  job.room = room(st, s);
-  job.base = stage.base;
-  job.end = stage.base + stage.fill;
-  job.pos = st->pos;
-  job.step = st->step;
-  job.kernel = &st->design().kernel;
-  job.coef = st->coef();
-  job.y = sink(st, s, 0);
-  job.ystride = sink_stride(st, s);
-  job.cache = phase_cache(st);
-  const uint32_t made = kernels().poly(&job);
-  if (made == 0) return;
-  commit(st, s, made);
-  st->prev = job.last;
-  st->prev_step = st->step;
-  st->pos = job.pos;
-  st->poly_count += made;
+  for (;;) {
+    HqPolyJob job{};
+    job.x = st->line(s, 0);
+    job.xstride = stage.stride;
+    job.channels = st->channels;
+    job.room = room(st, s);
+    if (st->glide_left != 0 && st->glide_count < job.room) job.room = static_cast<uint32_t>(st->glide_count);
+    job.base = stage.base;
+    job.end = stage.base + stage.fill;
+    job.pos = st->pos;
+    job.step = st->step;
+    job.kernel = &st->design().kernel;
+    job.coef = st->coef();
+    job.y = sink(st, s, 0);
+    job.ystride = sink_stride(st, s);
+    job.cache = phase_cache(st);
+    const uint32_t made = kernels().poly(&job);
+    if (made == 0) return;
+    commit(st, s, made);
+    st->prev = job.last;
+    st->prev_step = st->step;
+    st->pos = job.pos;
+    st->poly_count += made;
+    const bool stair_ended = st->glide_left != 0 && made == st->glide_count;
+    hq_glide_on(st, made);
+    if (!stair_ended) return;
+  }
 }
 
 // The transposed stage's complete outputs (those before the next input's
@@ -169,7 +176,8 @@ void run_poly_t(RSMPL_HqState *st, uint32_t s) {
     complete_poly_t(st, s);
     if (done == stage.fill) break;
     // Inputs whose taps land inside the sums (first + taps <= base + cap).
-    const uint64_t fits = hq_count_at_most(st->pos, st->step, 0, st->acc_base + st->acc_cap - taps - 1);
+    uint64_t fits = hq_count_at_most(st->pos, st->step, 0, st->acc_base + st->acc_cap - taps - 1);
+    if (st->glide_left != 0 && st->glide_count < fits) fits = st->glide_count;  // to the stair's end
     const uint32_t count = fits < stage.fill - done ? static_cast<uint32_t>(fits) : stage.fill - done;
     if (count == 0) break;
     HqPolyTJob job{};
@@ -192,6 +200,7 @@ void run_poly_t(RSMPL_HqState *st, uint32_t s) {
     st->pos = job.pos;
     st->poly_count += count;
     done += count;
+    hq_glide_on(st, count);
   }
   // What could not be taken waits at the line's start.
   if (done != 0) {
@@ -349,6 +358,7 @@ void hq_reset(RSMPL_HqState *st) {
   st->prev = HqPos{};
   st->prev_step = st->step;
   st->consumed = st->emitted = st->poly_count = 0;
+  st->glide_left = 0;  // the ratio stays where a glide had brought it
   st->noise = kHqNoiseSeed;
 }
 

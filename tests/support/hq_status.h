@@ -147,6 +147,12 @@ std::vector<Row<Api>> set_ratio_rows() {
       {"scale 1/8 below", kUp, 0, scale(one - one / 8)},
       {"scale past 1/8 below", kUp, 3, scale(one - one / 8 - 1)},
       {"scale 0", kUp, 3, scale(0)},
+      {"glide state first", kZeroed, 7, [](Arena<Api> &a) { return Api::GlideScale(a.st(), 0, 0); }},
+      {"glide to 1/8 above", kUp, 0, [=](Arena<Api> &a) { return Api::GlideScale(a.st(), one + one / 8, 4800); }},
+      {"glide past 1/8 above", kUp, 3, [=](Arena<Api> &a) { return Api::GlideScale(a.st(), one + one / 8 + 1, 4800); }},
+      {"glide past 1/8 below", kDown, 3, [=](Arena<Api> &a) { return Api::GlideScale(a.st(), one - one / 8 - 1, 9); }},
+      {"glide over no frames", kDown, 0, [=](Arena<Api> &a) { return Api::GlideScale(a.st(), one, 0); }},
+      {"glide over 2^32 - 1 frames", kUp, 0, [=](Arena<Api> &a) { return Api::GlideScale(a.st(), one, UINT32_MAX); }},
       {"scale of 2^64 - 1", kDown, 3, scale(UINT64_MAX)},
   };
 }

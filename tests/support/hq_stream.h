@@ -53,6 +53,9 @@ class Resampler {
   RSMPL_Status set_scale(uint64_t scale) {
     return grade_ == 0 ? RSMPL_HqSetRatioScale(st16(), scale) : RSMPL_Hq32SetRatioScale(st32(), scale);
   }
+  RSMPL_Status glide(uint64_t scale, uint32_t frames) {
+    return grade_ == 0 ? RSMPL_HqGlideScale(st16(), scale, frames) : RSMPL_Hq32GlideScale(st32(), scale, frames);
+  }
   RSMPL_Status reset() { return grade_ == 0 ? RSMPL_HqReset(st16()) : RSMPL_Hq32Reset(st32()); }
   uint32_t outputs(uint32_t in_frames) {
     uint32_t n = 0;

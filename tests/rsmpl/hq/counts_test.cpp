@@ -55,14 +55,15 @@ TEST(HqCounts, PredictionsMatchTheStreamAfterEveryKindOfRatio) {
       Resampler r(grade, p.in, p.out, 2);
       Brute brute(r);
       std::vector<int16_t> in(2 * 4096), out(2 * 200000);
-      for (int step = 0; step < 6; ++step) {
+      for (int step = 0; step < 8; ++step) {
         // Feed an odd amount, so that a group of outputs may be part-made.
         uint32_t n = 1 + rng() % 97, m = static_cast<uint32_t>(out.size() / 2);
         ASSERT_EQ(r.process(in.data(), RSMPL_HQ_S16, &n, out.data(), RSMPL_HQ_S16, &m), RSMPL_OK);
         // Then a new ratio: the rates' own, one close to it with large terms,
-        // or a scale.
+        // a scale, or a glide to one (its stairs then part-way).
         const uint64_t one = uint64_t{1} << 32;
-        switch (step % 3) {
+        switch (step % 4) {
+          case 3: ASSERT_EQ(r.glide(one + one / 100, 200 + rng() % 5000), RSMPL_OK); break;
           case 0: ASSERT_EQ(r.set_scale(one + (rng() % (one / 64)) - one / 128), RSMPL_OK); break;
           case 1: {
             // Large terms on the side of the higher rate.
@@ -74,7 +75,7 @@ TEST(HqCounts, PredictionsMatchTheStreamAfterEveryKindOfRatio) {
           }
           default: ASSERT_EQ(r.set_ratio(p.out, p.in), RSMPL_OK);
         }
-        for (uint32_t frames : {0u, 1u, 2u, 3u, 7u, 33u}) {
+        for (uint32_t frames : {0u, 1u, 2u, 3u, 7u, 33u, 400u}) {
           const uint32_t due = r.outputs(frames);
           ASSERT_EQ(due, brute.outputs_after(frames)) << frames << " frames, step " << step;
           if (due == 0) continue;

@@ -19,14 +19,14 @@ namespace {
 
 const double kAmplitude = 0.8912509381337456;  // -1 dBFS
 
-enum Drift { kSine, kWalk, kSteps };
+enum Drift { kSine, kWalk, kSteps, kGlides };
 
 // The scale (2^32 = the rates' ratio) before block b.
 double ppm_at(Drift d, int b, std::mt19937 &rng, double &walk) {
   switch (d) {
     case kSine: return 500 * std::sin(2 * M_PI * b / 700.0);
     case kWalk: return walk += (rng() % 2 ? 2.0 : -2.0);
-    default: return (b / 50) % 2 ? 300.0 : 0.0;
+    default: return (b / 50) % 2 ? 300.0 : 0.0;  // steps; glides to the same
   }
 }
 
@@ -41,21 +41,36 @@ double worst_residual_db(uint32_t in, uint32_t out, int grade, Drift drift, doub
   std::vector<int16_t> x16(block), y16(4 * block);
   double walk = 0;
   uint64_t fed = 0;
-  // The model: output n + 1 stands one step after output n, the step in
-  // force when output n was made.
-  double t = 0, step = double(in) / out;
   const double delay = [&] {
     const RSMPL_HqPosition p = r.position();
     return double(p.delayFrames) + p.delayFraction / 4294967296.0;
   }();
+  // The model: output n + 1 stands one step after output n, the step in
+  // force when output n was made; during a glide, the step of its stair:
+  // up to 256 equal ones over the polyphase stage's steps (one an output
+  // here, where no relaxed octaves follow it).
+  double t = 0, advance = double(in) / out, block_step = advance;
+  double glide_from = 0, glide_to = 0;
+  uint64_t stairs = 0, stair = 1, stair_at = 0, stair_no = 0;
   double window = 0, worst = 0;
   size_t in_window = 0, made = 0;
   const size_t window_frames = out / 10;
   for (size_t b = 0; b < blocks; ++b) {
     const double ppm = ppm_at(drift, int(b), rng, walk);
     const uint64_t scale = uint64_t(std::llround(4294967296.0 * (1 + ppm * 1e-6)));
-    EXPECT_EQ(r.set_scale(scale), RSMPL_OK);
-    const double next_step = double(in) / out / (double(scale) / 4294967296.0);
+    const double scaled = double(in) / out / (double(scale) / 4294967296.0);
+    if (drift != kGlides) {
+      EXPECT_EQ(r.set_scale(scale), RSMPL_OK);
+      block_step = scaled;
+    } else if (b % 50 == 0) {
+      EXPECT_EQ(r.glide(scale, 4800), RSMPL_OK);
+      glide_from = block_step;
+      glide_to = block_step = scaled;
+      stairs = 256;
+      stair = 4800 / 256;
+      stair_at = 0;
+      stair_no = 1;
+    }
     for (uint32_t i = 0; i < block; ++i) {
       const double v = kAmplitude * std::sin(2 * M_PI * hz * double(fed + i) / in);
       // Full scale is 2^31 and 2^15, as the outputs are read.
@@ -69,7 +84,16 @@ double worst_residual_db(uint32_t in, uint32_t out, int grade, Drift drift, doub
     EXPECT_EQ(n, block);
     fed += n;
     for (uint32_t j = 0; j < m; ++j, ++made) {
-      if (made != 0) t += (j == 0 ? step : next_step);
+      if (made != 0) t += advance;
+      if (stair_no != 0 && stair_no <= stairs) {
+        advance = stair_no >= stairs ? glide_to : glide_from + (glide_to - glide_from) * double(stair_no) / double(stairs);
+        if (++stair_at == stair) {
+          stair_at = 0;
+          ++stair_no;
+        }
+      } else {
+        advance = block_step;
+      }
       const double got = grade ? y[j] / 2147483648.0 : y16[j] / 32768.0;
       // Only once the filters are full of the tone.
       if (t - delay < 200) continue;
@@ -81,7 +105,6 @@ double worst_residual_db(uint32_t in, uint32_t out, int grade, Drift drift, doub
         in_window = 0;
       }
     }
-    step = next_step;
   }
   return 10 * std::log10(worst / 0.5 + 1e-40);
 }
@@ -91,7 +114,7 @@ TEST(HqDrift, ADriftingClockIsFollowedWithoutAStepInTime) {
     uint32_t in, out;
   } pairs[] = {{44100, 48000}, {48000, 48000}};
   for (const auto &p : pairs)
-    for (Drift d : {kSine, kWalk, kSteps})
+    for (Drift d : {kSine, kWalk, kSteps, kGlides})
       for (int grade = 0; grade < 2; ++grade) {
         const double db = worst_residual_db(p.in, p.out, grade, d, 2.0);
         EXPECT_LE(db, grade ? -140.0 : -90.0) << p.in << " -> " << p.out << " drift " << d << " grade " << grade;

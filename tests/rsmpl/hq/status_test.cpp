@@ -21,6 +21,7 @@ struct Hq16 {
   static constexpr auto Init = RSMPL_HqInit;
   static constexpr auto SetRatio = RSMPL_HqSetRatio;
   static constexpr auto SetRatioScale = RSMPL_HqSetRatioScale;
+  static constexpr auto GlideScale = RSMPL_HqGlideScale;
   static constexpr auto Reset = RSMPL_HqReset;
   static constexpr auto OutputFrames = RSMPL_HqOutputFrames;
   static constexpr auto InputFrames = RSMPL_HqInputFrames;
@@ -39,6 +40,7 @@ struct Hq32 {
   static constexpr auto Init = RSMPL_Hq32Init;
   static constexpr auto SetRatio = RSMPL_Hq32SetRatio;
   static constexpr auto SetRatioScale = RSMPL_Hq32SetRatioScale;
+  static constexpr auto GlideScale = RSMPL_Hq32GlideScale;
   static constexpr auto Reset = RSMPL_Hq32Reset;
   static constexpr auto OutputFrames = RSMPL_Hq32OutputFrames;
   static constexpr auto InputFrames = RSMPL_Hq32InputFrames;
@@ -131,6 +133,12 @@ std::vector<Damage<Api>> damages() {
       {"step remainder at its denominator", kUp, [=](S &s) { in(s).step.se = static_cast<uint32_t>(in(s).step.den); }},
       {"position remainder at its denominator", kUp, [=](S &s) { in(s).pos.e = static_cast<uint32_t>(in(s).step.den); }},
       {"no step", kUp, [=](S &s) { in(s).step.si = in(s).step.sf = in(s).step.se = 0; }},
+      {"glide stairs past their count", kUp, [=](S &s) {
+         Api::GlideScale(&s, 1ull << 32, 48000);
+         in(s).glide_left = in(s).glide_stairs + 1; }},
+      {"glide stair of no steps", kUp, [=](S &s) {
+         Api::GlideScale(&s, 1ull << 32, 48000);
+         in(s).glide_count = 0; }},
   };
 }
 
