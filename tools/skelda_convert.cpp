@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: MIT
 // Offline converter: reads any format libsndfile reads, converts it with the
-// same code alsa-lib runs (FIR for factors 2, 3 and 6, linear otherwise) or,
-// on request, with the high-quality resampler (any rates 8000..192000 Hz, up
-// to eight channels, 32 bits inside) or the engine's sinc interpolator at any
-// ratio from 1/8 to 8, and writes signed audio of the input's depth (16, 24
-// or 32 bits; --bits chooses), dithered when it goes down to 16 bits. The
+// high-quality resampler (any rates 4000..768000 Hz, up to 64 channels, 32
+// bits inside) or, on request, with the code the skelda plugin runs in
+// alsa-lib (FIR for factors 2, 3 and 6, linear otherwise) or the engine's
+// sinc interpolator at any ratio from 1/8 to 8, and writes signed audio of
+// the input's depth (16, 24 or 32 bits; --bits chooses), dithered when it
+// goes down to 16 bits. The
 // output appears only when complete: it is written to a temporary file
 // beside it and renamed at the end.
 //
@@ -34,17 +35,18 @@ namespace {
 const char kUsage[] =
     "usage: skelda_convert [options] INPUT OUTPUT\n"
     "  -r, --rate HZ     output rate (default 48000)\n"
-    "  --hq              use the high-quality resampler (8000..192000 Hz, any\n"
-    "                    pair, up to eight channels)\n"
-    "  -s, --sinc        use the sinc interpolator (ratio 1/8 to 8, any rates)\n"
+    "  --hq              the high-quality resampler (the default: any pair of\n"
+    "                    rates from 4000 to 768000 Hz, up to 64 channels)\n"
+    "  --fir             the skelda plugin's FIR filters or linear interpolation\n"
+    "                    (rates 8000..48000 Hz, up to four channels)\n"
+    "  -s, --sinc        the sinc interpolator (ratio 1/8 to 8, any rates)\n"
     "  -b, --bits N      output depth: 16, 24 or 32 bits (default: the input's;\n"
     "                    32 for float input, 24 in FLAC)\n"
     "  --no-dither       round down to 16 bits without TPDF dither\n"
     "  -q, --quiet       no progress bar\n"
-    "Otherwise both rates must lie in 8000..48000 Hz. Output is signed PCM in\n"
-    "the container the OUTPUT name suggests (.wav .flac .aiff .au .caf .w64);\n"
-    "WAV otherwise. At most four channels, eight with --hq. Only --hq carries\n"
-    "more than 16 bits through the conversion.\n";
+    "Output is signed PCM in the container the OUTPUT name suggests (.wav\n"
+    ".flac .aiff .au .caf .w64); WAV otherwise. Only the high-quality\n"
+    "resampler carries more than 16 bits through the conversion.\n";
 
 struct Options {
   std::string input, output;
@@ -52,7 +54,7 @@ struct Options {
   int bits = 0;  // 0: the input's depth
   bool dither = true;
   bool sinc = false;
-  bool hq = false;
+  bool fir = false;
   bool quiet = false;
 };
 
@@ -82,8 +84,12 @@ Options parse(int argc, char **argv) {
       o.dither = false;
     } else if (a == "-s" || a == "--sinc") {
       o.sinc = true;
+      o.fir = false;
+    } else if (a == "--fir") {
+      o.fir = true;
+      o.sinc = false;
     } else if (a == "--hq") {
-      o.hq = true;
+      o.fir = o.sinc = false;
     } else if (a == "-q" || a == "--quiet") {
       o.quiet = true;
     } else if (a == "-h" || a == "--help") {
@@ -344,10 +350,10 @@ class SincConverter : public Converter16 {
   std::string name_;
 };
 
-// The 32-bit high-quality resampler over all channels at once. Outputs that
-// stand for positions before the input's start (the filter's delay) are
-// dropped, and the end is flushed with silence, so the output lines up with
-// the input. Results go out at the output's depth: to 16 bits by the
+// The 32-bit high-quality resampler over all channels at once. The first
+// round(delay x out / in) outputs (those that stand for positions before the
+// input's start, the chain's delay) are dropped, and the end is flushed with
+// silence, so the output lines up with the input to within half a frame. Results go out at the output's depth: to 16 bits by the
 // resampler itself (with its dither when asked), to 24 bits rounded here,
 // so that the file's writer only drops bits that are zero.
 class HqConverter : public Converter {
@@ -356,17 +362,20 @@ class HqConverter : public Converter {
       : channels_(channels), bits_(bits) {
     uint32_t bytes = 0;
     if (RSMPL_Hq32GetStateSize(in_rate, out_rate, channels, &bytes) != RSMPL_OK)
-      fail(kUnsupported, "--hq converts 8000..192000 Hz and up to eight channels");
+      fail(kUnsupported, "the high-quality resampler converts 4000..768000 Hz and up to 64 channels");
     state_.reset(static_cast<RSMPL_Hq32State *>(std::malloc(bytes)));
     if (!state_ || RSMPL_Hq32Init(state_.get(), bytes, in_rate, out_rate, channels) != RSMPL_OK ||
         RSMPL_Hq32SetDither(state_.get(), dither) != RSMPL_OK)
       fail(kOutputError, "out of memory");
     RSMPL_HqInfo info;
+    RSMPL_HqPosition where;
     RSMPL_Hq32GetInfo(state_.get(), &info);
-    delay_ = info.delayFrames;
-    skip_ = (uint64_t{info.delayFrames} * info.ratioOut + info.ratioIn / 2) / info.ratioIn;
-    name_ = "RSMPL 32-bit high-quality resampler, " + std::to_string(info.taps) + " taps, delay " +
-            std::to_string(info.delayMicroseconds) + " us";
+    RSMPL_Hq32GetPosition(state_.get(), &where);
+    // The delay in input frames as 32.32 fixed point, to output frames.
+    const uint64_t delay = (where.delayFrames << 32) | where.delayFraction;
+    delay_ = static_cast<uint32_t>(where.delayFrames) + 1;
+    skip_ = (delay * out_rate / in_rate + (uint64_t{1} << 31)) >> 32;
+    name_ = "RSMPL high-quality resampler, 24-bit filters, delay " + std::to_string(info.delayMicroseconds) + " us";
   }
   void convert(const int32_t *in, size_t frames, std::vector<int32_t> &out) override {
     uint32_t room = 0;
@@ -445,21 +454,22 @@ int main(int argc, char **argv) {
   const unsigned channels = static_cast<unsigned>(in_info.channels);
   const unsigned in_rate = static_cast<unsigned>(in_info.samplerate);
   const unsigned out_rate = static_cast<unsigned>(o.rate);
-  if (channels > (o.hq ? unsigned{RSMPL_HQ_MAX_CHANNELS} : kMaxChannels))
+  const bool hq = !o.fir && !o.sinc;
+  if (channels > (hq ? unsigned{RSMPL_HQ_MAX_CHANNELS} : kMaxChannels))
     fail(kUnsupported, o.input + " has " + std::to_string(channels) + " channels; at most " +
-                           (o.hq ? "eight" : "four") + " are converted");
-  if (o.hq) {
+                           (hq ? "64" : "four") + " are converted" + (hq ? "" : " with --fir or --sinc"));
+  if (hq) {
     if (in_rate < RSMPL_HQ_RATE_MIN || in_rate > RSMPL_HQ_RATE_MAX || out_rate < RSMPL_HQ_RATE_MIN ||
         out_rate > RSMPL_HQ_RATE_MAX)
-      fail(kUnsupported, "--hq converts rates in 8000..192000 Hz (" + std::to_string(in_rate) +
+      fail(kUnsupported, "the high-quality resampler converts rates in 4000..768000 Hz (" + std::to_string(in_rate) +
                              " -> " + std::to_string(out_rate) + ")");
   } else if (o.sinc) {
     const double ratio = double(out_rate) / in_rate;
     if (ratio < 0.125 || ratio > 8.0)
       fail(kUnsupported, "ratio " + std::to_string(ratio) + " is outside 1/8..8");
   } else if (in_rate < kRateMin || in_rate > kRateMax || out_rate < kRateMin || out_rate > kRateMax) {
-    fail(kUnsupported, "rates must lie in 8000..48000 Hz (" + std::to_string(in_rate) + " -> " +
-                           std::to_string(out_rate) + "); --sinc converts other rates");
+    fail(kUnsupported, "--fir converts rates in 8000..48000 Hz (" + std::to_string(in_rate) + " -> " +
+                           std::to_string(out_rate) + "); without it any rates in 4000..768000 Hz");
   }
 
   // The depth: asked for, or the input's (float and 32-bit PCM give 32
@@ -472,10 +482,10 @@ int main(int argc, char **argv) {
   const int bits = o.bits != 0 ? o.bits : container == SF_FORMAT_FLAC ? std::min(in_bits, 24) : in_bits;
   // Dither where samples lose bits on the way to 16: at the output of the
   // 32-bit resampler, at the input of the 16-bit converters.
-  const bool dither = o.dither && (o.hq ? bits == 16 : in_bits > 16);
+  const bool dither = o.dither && (hq ? bits == 16 : in_bits > 16);
 
   std::unique_ptr<Converter> converter;
-  if (o.hq)
+  if (hq)
     converter = std::make_unique<HqConverter>(in_rate, out_rate, channels, bits, dither);
   else if (o.sinc)
     converter = std::make_unique<Via16>(std::make_unique<SincConverter>(in_rate, out_rate, channels), channels, dither);
