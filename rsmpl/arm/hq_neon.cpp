@@ -32,7 +32,7 @@ inline void halfband4(const int32_t *x, const int32_t *oldest, const int32_t *g,
   *hi = b;
 }
 
-struct NeonDot {
+struct NeonDot : HqPlainIo {
   static void half_up(const int32_t *x, const int32_t *g, uint32_t half, int32_t *out, uint32_t n) {
     const int32_t *oldest = x - (2 * half - 1);
     uint32_t t = 0;

@@ -101,11 +101,30 @@ inline bool hq_on_grid(const HqPhaseCache &cache, const HqPos &pos, uint64_t den
   return cache.rows != nullptr && ((uint64_t{pos.f} * den + pos.e) & 0xffffffffu) == 0;
 }
 
+// A step of exactly one sample from a whole position: the stage changes no
+// rate, and passes its input on delayed by half its length (the kernel's
+// centre), as its filter would but for what lies beyond its passband, which
+// a stage at one rate has no images of.
+inline bool hq_identity(const HqPos &pos, const HqStep &step) {
+  return step.si == 1 && step.sf == 0 && step.se == 0 && pos.f == 0 && pos.e == 0;
+}
+
 template <class Dot>
 uint32_t hq_poly_pass(HqPolyJob *job) {
   const HqKernel &k = *job->kernel;
   const uint32_t taps = k.taps, channels = job->channels;
   HqPos pos = job->pos, last = job->last;
+  if (hq_identity(pos, job->step)) {
+    const int64_t avail = job->end - pos.i;
+    const uint32_t n = avail <= 0 ? 0 : avail < job->room ? static_cast<uint32_t>(avail) : job->room;
+    if (n == 0) return 0;
+    const int32_t *x = job->x + (pos.i - job->base) - taps / 2;
+    for (uint32_t c = 0; c < channels; ++c)
+      for (uint32_t m = 0; m < n; ++m) job->y[c * job->ystride + m] = x[c * job->xstride + m];
+    job->last = HqPos{pos.i + n - 1, 0, 0};
+    job->pos = HqPos{pos.i + n, 0, 0};
+    return n;
+  }
   const uint64_t den = job->step.den;
   const bool cached = hq_on_grid(job->cache, pos, den);
   uint32_t made = 0;
@@ -145,6 +164,16 @@ template <class Dot>
 void hq_poly_t_pass(HqPolyTJob *job) {
   const HqKernel &k = *job->kernel;
   HqPos pos = job->pos, last = job->last;
+  if (hq_identity(pos, job->step) && job->gain == (1 << 29)) {
+    // Each input at its own output, half the kernel on.
+    const int64_t at = pos.i + k.taps / 2 - job->acc_base;
+    for (uint32_t c = 0; c < job->channels; ++c)
+      for (uint32_t t = 0; t < job->count; ++t)
+        job->acc[c * job->astride + at + t] += int64_t{job->x[c * job->xstride + t]} * (int64_t{1} << 30);
+    job->last = HqPos{pos.i + job->count - 1, 0, 0};
+    job->pos = HqPos{pos.i + job->count, 0, 0};
+    return;
+  }
   const uint64_t den = job->step.den;
   const bool cached = hq_on_grid(job->cache, pos, den);
   for (uint32_t t = 0; t < job->count; ++t) {
@@ -167,10 +196,62 @@ void hq_poly_t_pass(HqPolyTJob *job) {
   job->last = last;
 }
 
+// The samples' way in, between lines and out, plainly: builds without a
+// faster form use these.
+inline int32_t hq_in16(int16_t v) { return int32_t{v} * (1 << 14); }
+inline int32_t hq_in32(int32_t v) { return v >> 2; }
+inline int32_t hq_out32(int32_t y) { return (y > (1 << 29) - 1 ? (1 << 29) - 1 : y < -(1 << 29) ? -(1 << 29) : y) * 4; }
+inline int16_t hq_out16(int32_t y) {
+  const int32_t v = (y + (1 << 13)) >> 14;
+  return static_cast<int16_t>(v > INT16_MAX ? INT16_MAX : v < INT16_MIN ? INT16_MIN : v);
+}
+
+inline void hq_take_plain(const void *src, bool s32, uint32_t channels, uint32_t frames, uint32_t ways,
+                          int32_t *const *to) {
+  for (uint32_t c = 0; c < channels; ++c)
+    for (uint32_t i = 0; i < frames; ++i) {
+      const size_t at = size_t{i} * channels + c;
+      const int32_t v = s32 ? hq_in32(static_cast<const int32_t *>(src)[at]) : hq_in16(static_cast<const int16_t *>(src)[at]);
+      if (ways == 1)
+        to[c][i] = v;
+      else
+        to[2 * c + (i & 1)][i / 2] = v;
+    }
+}
+
+inline void hq_split_plain(const int32_t *y, uint32_t n, int32_t *even, int32_t *odd) {
+  for (uint32_t i = 0; i + 1 < n; i += 2) {
+    even[i / 2] = y[i];
+    odd[i / 2] = y[i + 1];
+  }
+  if (n & 1) even[n / 2] = y[n - 1];
+}
+
+inline void hq_give_plain(const int32_t *const *from, uint32_t channels, uint32_t n, bool s32, void *out) {
+  for (uint32_t c = 0; c < channels; ++c)
+    for (uint32_t i = 0; i < n; ++i) {
+      const size_t at = size_t{i} * channels + c;
+      if (s32)
+        static_cast<int32_t *>(out)[at] = hq_out32(from[c][i]);
+      else
+        static_cast<int16_t *>(out)[at] = hq_out16(from[c][i]);
+    }
+}
+
+struct HqPlainIo {
+  static void take(const void *src, bool s32, uint32_t channels, uint32_t frames, uint32_t ways, int32_t *const *to) {
+    hq_take_plain(src, s32, channels, frames, ways, to);
+  }
+  static void split(const int32_t *y, uint32_t n, int32_t *even, int32_t *odd) { hq_split_plain(y, n, even, odd); }
+  static void give(const int32_t *const *from, uint32_t channels, uint32_t n, bool s32, void *out) {
+    hq_give_plain(from, channels, n, s32, out);
+  }
+};
+
 template <class Dot>
 constexpr HqKernels make_hq_kernels() {
-  return HqKernels{Dot::half_up,   Dot::half_down,        hq_blend<Dot>,        hq_dots<Dot>,
-                   hq_deposit<Dot>, hq_poly_pass<Dot>, hq_poly_t_pass<Dot>};
+  return HqKernels{Dot::half_up,      Dot::half_down,        hq_blend<Dot>, hq_dots<Dot>, hq_deposit<Dot>,
+                   hq_poly_pass<Dot>, hq_poly_t_pass<Dot>, Dot::take,     Dot::split,   Dot::give};
 }
 
 }  // namespace

@@ -88,6 +88,18 @@ struct HqPolyTJob {
   int64_t acc_base;  // output index of acc[0]
   HqPhaseCache cache;
 };
+// Input frames into a stage's lines: `frames` interleaved frames of
+// `channels` int16 (x 2^14 inside) or int32 (/ 4 inside, `s32`) samples;
+// `ways` 1 puts channel c's to[c], `ways` 2 alternates them between
+// to[2 c] (the first) and to[2 c + 1].
+using HqTakeFn = void (*)(const void *src, bool s32, uint32_t channels, uint32_t frames, uint32_t ways,
+                          int32_t *const *to);
+// n samples alternately to even (the first) and odd.
+using HqSplitFn = void (*)(const int32_t *y, uint32_t n, int32_t *even, int32_t *odd);
+// n frames out of channels' lines, interleaved: int32 (x 4, the stages'
+// range clamped to +-2^29 first, `s32`) or int16 ((y + 2^13) / 2^14,
+// saturated).
+using HqGiveFn = void (*)(const int32_t *const *from, uint32_t channels, uint32_t n, bool s32, void *out);
 using HqPolyFn = uint32_t (*)(HqPolyJob *job);
 using HqPolyTFn = void (*)(HqPolyTJob *job);
 
@@ -99,6 +111,9 @@ struct HqKernels {
   HqDepositFn deposit;
   HqPolyFn poly;
   HqPolyTFn poly_t;
+  HqTakeFn take;
+  HqSplitFn split;
+  HqGiveFn give;
 };
 
 // One table per build: the plain reference here in hq/, the others in the

@@ -6,7 +6,7 @@
 namespace rsmpl {
 namespace {
 
-struct PlainDot {
+struct PlainDot : HqPlainIo {
   static void half_up(const int32_t *x, const int32_t *g, uint32_t half, int32_t *out, uint32_t n) {
     const int32_t *oldest = x - (2 * half - 1);
     for (uint32_t t = 0; t < n; ++t) {

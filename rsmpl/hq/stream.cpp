@@ -61,13 +61,11 @@ uint32_t room(const RSMPL_HqState *st, uint32_t s) {
 void split(RSMPL_HqState *st, uint32_t d, uint32_t c, const int32_t *y, uint32_t n) {
   const HqStage &sd = st->stage[d];
   int32_t *even = st->line(d, c) + sd.fill, *odd = st->odd_line(d, c) + sd.odd;
-  uint32_t parity = sd.fill == sd.odd ? 0 : 1;
-  for (uint32_t i = 0; i < n; ++i, parity ^= 1) {
-    if (parity == 0)
-      *even++ = y[i];
-    else
-      *odd++ = y[i];
-  }
+  // After an odd count the next sample is odd.
+  if (sd.fill == sd.odd)
+    kernels().split(y, n, even, odd);
+  else
+    kernels().split(y, n, odd, even);
 }
 void commit_split(RSMPL_HqState *st, uint32_t d, uint32_t n) {
   HqStage &sd = st->stage[d];
@@ -260,37 +258,27 @@ void run_chain(RSMPL_HqState *st) {
   for (uint32_t s = 0; s < st->stages; ++s) slide(st, s);
 }
 
-template <class Sample>
-int32_t inside(Sample v) {
-  return sizeof(Sample) == 2 ? int32_t{v} * (1 << (kHqScaleBits - 15)) : static_cast<int32_t>(v) >> 2;
-}
-
 // `frames` interleaved input frames into the first stage.
-template <class Sample>
-void feed(RSMPL_HqState *st, const Sample *src, uint32_t frames) {
+void feed(RSMPL_HqState *st, const void *src, bool s32, uint32_t frames) {
   const uint32_t channels = st->channels;
   HqStage &first = st->stage[0];
+  int32_t *to[2 * RSMPL_HQ_MAX_CHANNELS];
   if (first.kind == kHqHalfDown) {
-    const uint32_t first_odd = first.fill == first.odd ? 0 : 1;
+    // Alternately to the even and odd lines, from whichever is next.
+    const bool odd_first = first.fill != first.odd;
     for (uint32_t c = 0; c < channels; ++c) {
       int32_t *even = st->line(0, c) + first.fill, *odd = st->odd_line(0, c) + first.odd;
-      const Sample *x = src + c;
-      for (uint32_t i = 0; i < frames; ++i, x += channels) {
-        if (((i + first_odd) & 1) == 0)
-          *even++ = inside(*x);
-        else
-          *odd++ = inside(*x);
-      }
+      to[2 * c] = odd_first ? odd : even;
+      to[2 * c + 1] = odd_first ? even : odd;
     }
-    first.odd += (frames + first_odd) / 2;
-    first.fill += (frames + 1 - first_odd) / 2;
+    kernels().take(src, s32, channels, frames, 2, to);
+    const uint32_t to_first = (frames + 1) / 2, to_second = frames / 2;
+    first.fill += odd_first ? to_second : to_first;
+    first.odd += odd_first ? to_first : to_second;
     return;
   }
-  for (uint32_t c = 0; c < channels; ++c) {
-    int32_t *line = st->line(0, c) + first.fill;
-    const Sample *x = src + c;
-    for (uint32_t i = 0; i < frames; ++i, x += channels) line[i] = inside(*x);
-  }
+  for (uint32_t c = 0; c < channels; ++c) to[c] = st->line(0, c) + first.fill;
+  kernels().take(src, s32, channels, frames, 1, to);
   first.fill += frames;
 }
 
@@ -300,25 +288,13 @@ int16_t to_s16(int32_t y, int32_t dither) {
   return static_cast<int16_t>(v > INT16_MAX ? INT16_MAX : v < INT16_MIN ? INT16_MIN : v);
 }
 
-int32_t to_s32(int32_t y) {
-  return y >= (1 << kHqScaleBits) ? INT32_MAX : y < -(1 << kHqScaleBits) ? INT32_MIN : y * 4;
-}
-
 // `n` queued frames out in the caller's format, then off the queue.
 void emit(RSMPL_HqState *st, void *out, uint32_t out_format, uint32_t n) {
   const uint32_t channels = st->channels;
-  if (out_format == RSMPL_HQ_S32) {
-    auto *y = static_cast<int32_t *>(out);
-    for (uint32_t c = 0; c < channels; ++c) {
-      const int32_t *q = st->fifo(c);
-      for (uint32_t i = 0; i < n; ++i) y[size_t{i} * channels + c] = to_s32(q[i]);
-    }
-  } else if (st->dither == 0) {
-    auto *y = static_cast<int16_t *>(out);
-    for (uint32_t c = 0; c < channels; ++c) {
-      const int32_t *q = st->fifo(c);
-      for (uint32_t i = 0; i < n; ++i) y[size_t{i} * channels + c] = to_s16(q[i], 0);
-    }
+  if (out_format == RSMPL_HQ_S32 || st->dither == 0) {
+    const int32_t *from[RSMPL_HQ_MAX_CHANNELS];
+    for (uint32_t c = 0; c < channels; ++c) from[c] = st->fifo(c);
+    kernels().give(from, channels, n, out_format == RSMPL_HQ_S32, out);
   } else {
     // TPDF of one 16-bit step either way, one word of the generator per
     // sample in stream order.
@@ -386,10 +362,7 @@ void hq_process(RSMPL_HqState *st, const void *in, uint32_t in_format, uint32_t 
     if (take > st->pass) take = st->pass;
     if (take == 0) break;
     const void *src = static_cast<const char *>(in) + taken * in_frame;
-    if (in_format == RSMPL_HQ_S32)
-      feed(st, static_cast<const int32_t *>(src), static_cast<uint32_t>(take));
-    else
-      feed(st, static_cast<const int16_t *>(src), static_cast<uint32_t>(take));
+    feed(st, src, in_format == RSMPL_HQ_S32, static_cast<uint32_t>(take));
     st->consumed += take;
     taken += static_cast<uint32_t>(take);
     run_chain(st);

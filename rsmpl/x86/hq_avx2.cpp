@@ -8,6 +8,7 @@
 #include <immintrin.h>
 
 #include "rsmpl/hq/kernel.h"
+#include "skelda/rsmpl_hq.h"
 
 namespace rsmpl {
 namespace {
@@ -87,7 +88,115 @@ inline __m256i blend8(const int32_t *c0, const int32_t *d1, const int32_t *d2, _
   return v;
 }
 
-struct Avx2Dot {
+// 8 samples in from int16 or int32, inside's scale.
+inline __m256i in8(const void *src, size_t at, bool s32) {
+  if (s32) return _mm256_srai_epi32(load(static_cast<const int32_t *>(src) + at), 2);
+  const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i *>(static_cast<const int16_t *>(src) + at));
+  return _mm256_slli_epi32(_mm256_cvtepi16_epi32(v), 14);
+}
+
+inline void store4(int32_t *p, __m128i v) { _mm_storeu_si128(reinterpret_cast<__m128i *>(p), v); }
+
+// Mono and stereo frames in, and out, eight at a time; other counts take the
+// plain forms.
+struct Avx2Io {
+  static void take(const void *src, bool s32, uint32_t channels, uint32_t frames, uint32_t ways, int32_t *const *to) {
+    uint32_t i = 0;
+    const __m256i evens_odds = _mm256_setr_epi32(0, 2, 4, 6, 1, 3, 5, 7);
+    if (channels == 1 && ways == 1) {
+      for (; i + 8 <= frames; i += 8) store(to[0] + i, in8(src, i, s32));
+    } else if (channels == 1) {
+      for (; i + 8 <= frames; i += 8) {
+        const __m256i v = _mm256_permutevar8x32_epi32(in8(src, i, s32), evens_odds);
+        store4(to[0] + i / 2, _mm256_castsi256_si128(v));
+        store4(to[1] + i / 2, _mm256_extracti128_si256(v, 1));
+      }
+    } else if (channels == 2 && ways == 1) {
+      for (; i + 4 <= frames; i += 4) {
+        const __m256i v = _mm256_permutevar8x32_epi32(in8(src, 2 * i, s32), evens_odds);
+        store4(to[0] + i, _mm256_castsi256_si128(v));
+        store4(to[1] + i, _mm256_extracti128_si256(v, 1));
+      }
+    } else if (channels == 2) {
+      // Eight frames: [L0 L2 L1 L3 | R0 R2 R1 R3] and the next four likewise,
+      // their low halves paired then their high halves.
+      const __m256i order = _mm256_setr_epi32(0, 4, 2, 6, 1, 5, 3, 7);
+      for (; i + 8 <= frames; i += 8) {
+        const __m256i a = _mm256_permutevar8x32_epi32(in8(src, 2 * i, s32), order);
+        const __m256i b = _mm256_permutevar8x32_epi32(in8(src, 2 * i + 8, s32), order);
+        const __m256i even = _mm256_unpacklo_epi64(a, b), odd = _mm256_unpackhi_epi64(a, b);
+        store4(to[0] + i / 2, _mm256_castsi256_si128(even));
+        store4(to[2] + i / 2, _mm256_extracti128_si256(even, 1));
+        store4(to[1] + i / 2, _mm256_castsi256_si128(odd));
+        store4(to[3] + i / 2, _mm256_extracti128_si256(odd, 1));
+      }
+    }
+    if (i == frames) return;
+    // The rest plainly, from frame i on (an even i, so alternation keeps).
+    int32_t *rest[2 * RSMPL_HQ_MAX_CHANNELS];
+    for (uint32_t k = 0; k < channels * ways; ++k) rest[k] = to[k] + i / ways;
+    const size_t bytes = s32 ? 4 : 2;
+    hq_take_plain(static_cast<const char *>(src) + size_t{i} * channels * bytes, s32, channels, frames - i, ways, rest);
+  }
+
+  static void split(const int32_t *y, uint32_t n, int32_t *even, int32_t *odd) {
+    const __m256i evens_odds = _mm256_setr_epi32(0, 2, 4, 6, 1, 3, 5, 7);
+    uint32_t i = 0;
+    for (; i + 16 <= n; i += 16) {
+      const __m256i a = _mm256_permutevar8x32_epi32(load(y + i), evens_odds);
+      const __m256i b = _mm256_permutevar8x32_epi32(load(y + i + 8), evens_odds);
+      store(even + i / 2, _mm256_permute2x128_si256(a, b, 0x20));
+      store(odd + i / 2, _mm256_permute2x128_si256(a, b, 0x31));
+    }
+    hq_split_plain(y + i, n - i, even + i / 2, odd + i / 2);
+  }
+
+  static void give(const int32_t *const *from, uint32_t channels, uint32_t n, bool s32, void *out) {
+    uint32_t i = 0;
+    const __m256i top = _mm256_set1_epi32((1 << 29) - 1), bottom = _mm256_set1_epi32(-(1 << 29));
+    const __m256i half = _mm256_set1_epi32(1 << 13);
+    auto out32 = [&](__m256i v) { return _mm256_slli_epi32(_mm256_max_epi32(_mm256_min_epi32(v, top), bottom), 2); };
+    auto out16 = [&](__m256i v) { return _mm256_srai_epi32(_mm256_add_epi32(v, half), 14); };
+    if (channels == 1) {
+      for (; i + 8 <= n; i += 8) {
+        const __m256i v = load(from[0] + i);
+        if (s32) {
+          store(static_cast<int32_t *>(out) + i, out32(v));
+        } else {
+          const __m256i p = _mm256_packs_epi32(out16(v), out16(v));  // [a0..3 a0..3 | a4..7 a4..7]
+          const __m256i q = _mm256_permute4x64_epi64(p, 0x08);
+          _mm_storeu_si128(reinterpret_cast<__m128i *>(static_cast<int16_t *>(out) + i), _mm256_castsi256_si128(q));
+        }
+      }
+    } else if (channels == 2) {
+      for (; i + 8 <= n; i += 8) {
+        __m256i l = load(from[0] + i), r = load(from[1] + i);
+        if (s32) {
+          l = out32(l);
+          r = out32(r);
+          const __m256i lo = _mm256_unpacklo_epi32(l, r), hi = _mm256_unpackhi_epi32(l, r);
+          int32_t *o = static_cast<int32_t *>(out) + 2 * i;
+          store(o, _mm256_permute2x128_si256(lo, hi, 0x20));
+          store(o + 8, _mm256_permute2x128_si256(lo, hi, 0x31));
+        } else {
+          l = out16(l);
+          r = out16(r);
+          const __m256i lo = _mm256_unpacklo_epi32(l, r), hi = _mm256_unpackhi_epi32(l, r);
+          // [L0 R0 L1 R1 | L4 R4 L5 R5] and [L2 R2 L3 R3 | L6 R6 L7 R7] to
+          // saturated int16 in frame order.
+          const __m256i p = _mm256_packs_epi32(lo, hi);  // [L0 R0 L1 R1 L2 R2 L3 R3 | L4 .. R7]
+          _mm256_storeu_si256(reinterpret_cast<__m256i *>(static_cast<int16_t *>(out) + 2 * i), p);
+        }
+      }
+    }
+    if (i == n) return;
+    const int32_t *rest[RSMPL_HQ_MAX_CHANNELS];
+    for (uint32_t c = 0; c < channels; ++c) rest[c] = from[c] + i;
+    hq_give_plain(rest, channels, n - i, s32, static_cast<char *>(out) + size_t{i} * channels * (s32 ? 4 : 2));
+  }
+};
+
+struct Avx2Dot : Avx2Io {
   static void half_up(const int32_t *x, const int32_t *g, uint32_t half, int32_t *out, uint32_t n) {
     const int32_t *oldest = x - (2 * half - 1);
     uint32_t t = 0;

@@ -54,7 +54,7 @@ inline int64_t hsum(__m128i v) {
   return s[0] + s[1];
 }
 
-struct Sse2Dot {
+struct Sse2Dot : HqPlainIo {
   static void half_up(const int32_t *x, const int32_t *g, uint32_t half, int32_t *out, uint32_t n) {
     const int32_t *oldest = x - (2 * half - 1);
     uint32_t t = 0;

@@ -88,8 +88,14 @@ inline std::vector<int64_t> kernel_taps(const rsmpl::HqKernel &k, uint64_t r, ui
 
 // The polyphase stage going up: output m at position m step_num / step_den
 // of its input, from the kernel at one minus the position's fraction.
+// At a step of exactly one sample the stage changes no rate: its input
+// passes on, half the kernel late.
 inline Signal poly(const Signal &x, const rsmpl::HqKernel &k, uint64_t step_num, uint64_t step_den, uint64_t count) {
   Signal y(count);
+  if (step_num == step_den) {
+    for (uint64_t m = 0; m < count; ++m) y[m] = at(x, static_cast<int64_t>(m) - k.taps / 2);
+    return y;
+  }
   for (uint64_t m = 0; m < count; ++m) {
     const rsmpl::U128 p = rsmpl::U128{m} * rsmpl::U128{step_num};
     const int64_t e = static_cast<int64_t>((p / rsmpl::U128{step_den}).low());
@@ -108,7 +114,10 @@ inline Signal poly(const Signal &x, const rsmpl::HqKernel &k, uint64_t step_num,
 inline Signal poly_t(const Signal &x, const rsmpl::HqKernel &k, uint64_t step_num, uint64_t step_den, int64_t gain) {
   const uint64_t outputs = x.empty() ? 0 : ((x.size() - 1) * step_num) / step_den + k.taps + 2;
   std::vector<int64_t> acc(outputs, 0);
-  for (uint64_t i = 0; i < x.size(); ++i) {
+  if (step_num == step_den) {
+    for (uint64_t i = 0; i < x.size(); ++i) acc[i + k.taps / 2] += x[i] * (int64_t{1} << 30);
+  }
+  for (uint64_t i = 0; step_num != step_den && i < x.size(); ++i) {
     const rsmpl::U128 u = rsmpl::U128{i} * rsmpl::U128{step_num};
     const uint64_t whole = (u / rsmpl::U128{step_den}).low();
     const uint64_t r = (u - rsmpl::U128{whole} * rsmpl::U128{step_den}).low();

@@ -151,7 +151,8 @@ inline std::vector<uint8_t> outside(const std::vector<hq_ref::Signal> &y, uint32
       uint8_t *p = bytes.data() + (i * channels + c) * width;
       const int64_t v = y[c][i];
       if (format == RSMPL_HQ_S32) {
-        const int32_t o = v >= (1 << 29) ? INT32_MAX : v < -(1 << 29) ? INT32_MIN : static_cast<int32_t>(v * 4);
+        // The stages' range clamped to +-2^29 (full scale), times 4.
+        const int32_t o = static_cast<int32_t>((v > (1 << 29) - 1 ? (1 << 29) - 1 : v < -(1 << 29) ? -(1 << 29) : v) * 4);
         std::memcpy(p, &o, 4);
       } else {
         int64_t d = 0;

@@ -184,3 +184,64 @@ TEST(HqKernels, PolyphasePassesMatchThePlainBuild) {
 }
 
 }  // namespace
+
+namespace {
+
+// The samples' way in, between the lines and out: every build's against the
+// plain build's, mono, stereo and more, one and two ways, both formats,
+// counts leaving every tail, and samples at both ends of each range.
+TEST(HqKernels, FramesInSplitsAndFramesOutMatchThePlainBuild) {
+  std::mt19937 rng(17);
+  for (uint32_t channels : {1u, 2u, 3u})
+    for (uint32_t frames : {1u, 7u, 8u, 9u, 15u, 16u, 17u, 63u})
+      for (bool s32 : {false, true}) {
+        std::vector<int32_t> in32(frames * channels);
+        std::vector<int16_t> in16(frames * channels);
+        for (size_t i = 0; i < in32.size(); ++i) {
+          in32[i] = i % 5 == 0 ? INT32_MIN : i % 5 == 1 ? INT32_MAX : static_cast<int32_t>(rng());
+          in16[i] = static_cast<int16_t>(in32[i] >> 16);
+        }
+        const void *src = s32 ? static_cast<const void *>(in32.data()) : in16.data();
+        for (uint32_t ways : {1u, 2u}) {
+          auto run = [&](const HqKernels &k) {
+            std::vector<std::vector<int32_t>> lines(channels * ways, std::vector<int32_t>(frames + 1, 7));
+            std::vector<int32_t *> to;
+            for (auto &l : lines) to.push_back(l.data());
+            k.take(src, s32, channels, frames, ways, to.data());
+            return lines;
+          };
+          const auto want = run(plain());
+          for (const auto *set : test_support::runnable_sets())
+            EXPECT_EQ(run(*set->hq), want) << set->name << " take " << channels << "ch " << frames << " ways " << ways;
+        }
+        // Out: the lines' range and a little beyond, through both formats.
+        std::vector<std::vector<int32_t>> lines(channels, std::vector<int32_t>(frames));
+        std::vector<const int32_t *> from;
+        for (auto &l : lines) {
+          for (auto &v : l) v = static_cast<int32_t>(rng() % (1u << 31)) - (1 << 30);
+          l[0] = (1 << 30) - 1;
+          if (frames > 1) l[1] = -(1 << 30);
+          from.push_back(l.data());
+        }
+        std::vector<uint8_t> want(frames * channels * 4 + 8, 0x5a), got = want;
+        plain().give(from.data(), channels, frames, s32, want.data());
+        for (const auto *set : test_support::runnable_sets()) {
+          std::fill(got.begin(), got.end(), 0x5a);
+          set->hq->give(from.data(), channels, frames, s32, got.data());
+          EXPECT_EQ(got, want) << set->name << " give " << channels << "ch " << frames << (s32 ? " S32" : " S16");
+        }
+      }
+  for (uint32_t n : {0u, 1u, 2u, 15u, 16u, 17u, 33u, 100u}) {
+    std::vector<int32_t> y(n);
+    for (auto &v : y) v = static_cast<int32_t>(rng());
+    std::vector<int32_t> even_want(n / 2 + 2, 3), odd_want = even_want;
+    plain().split(y.data(), n, even_want.data(), odd_want.data());
+    for (const auto *set : test_support::runnable_sets()) {
+      std::vector<int32_t> even(n / 2 + 2, 3), odd = even;
+      set->hq->split(y.data(), n, even.data(), odd.data());
+      EXPECT_TRUE(even == even_want && odd == odd_want) << set->name << " split " << n;
+    }
+  }
+}
+
+}  // namespace
