@@ -320,9 +320,25 @@ struct Avx2Dot : Avx2Io {
   static void deposit(int64_t *acc, size_t astride, uint32_t rows, const int32_t *x, size_t xstride,
                       const int32_t *c, uint32_t taps) {
     const uint32_t body = taps & ~3u;
-    for (uint32_t r = 0; r < rows; ++r) {
+    uint32_t r = 0;
+    // Two rows at a time share every load of the taps.
+    for (; r + 2 <= rows; r += 2) {
+      int64_t *a0 = acc + r * astride, *a1 = a0 + astride;
+      const __m256i x0 = _mm256_set1_epi32(x[r * xstride]), x1 = _mm256_set1_epi32(x[(r + 1) * xstride]);
+      for (uint32_t k = 0; k < body; k += 4) {
+        const __m256i cv = _mm256_cvtepi32_epi64(_mm_loadu_si128(reinterpret_cast<const __m128i *>(c + k)));
+        __m256i *p0 = reinterpret_cast<__m256i *>(a0 + k), *p1 = reinterpret_cast<__m256i *>(a1 + k);
+        _mm256_storeu_si256(p0, _mm256_add_epi64(_mm256_loadu_si256(p0), _mm256_mul_epi32(cv, x0)));
+        _mm256_storeu_si256(p1, _mm256_add_epi64(_mm256_loadu_si256(p1), _mm256_mul_epi32(cv, x1)));
+      }
+      for (uint32_t k = body; k < taps; ++k) {
+        a0[k] += int64_t{x[r * xstride]} * c[k];
+        a1[k] += int64_t{x[(r + 1) * xstride]} * c[k];
+      }
+    }
+    for (; r < rows; ++r) {
       int64_t *a = acc + r * astride;
-      const __m256i xv = _mm256_set1_epi64x(x[r * xstride]);
+      const __m256i xv = _mm256_set1_epi32(x[r * xstride]);
       for (uint32_t k = 0; k < body; k += 4) {
         const __m256i cv = _mm256_cvtepi32_epi64(_mm_loadu_si128(reinterpret_cast<const __m128i *>(c + k)));
         __m256i *p = reinterpret_cast<__m256i *>(a + k);
