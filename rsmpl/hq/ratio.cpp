@@ -103,9 +103,14 @@ void hq_glide_on(RSMPL_HqState *st, uint64_t steps) {
 
 bool hq_ratio_at_most_one(const RSMPL_HqState *st) {
   if (st->ratio_out != 0) return st->ratio_out <= st->ratio_in;
-  const U128 unit = (U128{st->step.den} << 32) << (st->octaves + 1);
-  const U128 s = hq_step_numerator(st->step);
-  return st->up != 0 ? !(s < unit) : !(unit < s);
+  // A glide under way moves the step towards its target within the call:
+  // both ends must keep the outputs behind the input.
+  auto at_most_one = [st](const HqStep &step) {
+    const U128 unit = (U128{step.den} << 32) << (st->octaves + 1);
+    const U128 s = hq_step_numerator(step);
+    return st->up != 0 ? !(s < unit) : !(unit < s);
+  };
+  return at_most_one(st->step) && (st->glide_left == 0 || at_most_one(st->glide_target));
 }
 
 }  // namespace rsmpl

@@ -26,6 +26,7 @@ namespace hq_status {
 struct Start {
   uint32_t in, out, channels, ratio_out = 0, ratio_in = 0;
   bool zeroed = false;
+  uint64_t glide_to = 0;  // then a glide under way to this scale
 };
 const Start kUp{44100, 48000, 2}, kDown{48000, 44100, 2}, kUnit{44100, 44100, 2};
 const Start kZeroed{44100, 48000, 2, 0, 0, true};
@@ -52,7 +53,8 @@ struct Arena {
     ASSERT_LE(size, kArea);
     if (!s.zeroed)
       ASSERT_TRUE(Api::Init(st(), size, s.in, s.out, s.channels) == RSMPL_OK &&
-                  (!s.ratio_out || Api::SetRatio(st(), s.ratio_out, s.ratio_in) == RSMPL_OK));
+                  (!s.ratio_out || Api::SetRatio(st(), s.ratio_out, s.ratio_in) == RSMPL_OK) &&
+                  (!s.glide_to || Api::GlideScale(st(), s.glide_to, 1u << 20) == RSMPL_OK));
     *word(0) = in_n;
     *word(1) = out_n;
     snap.assign(mem, mem + kSize);
@@ -181,6 +183,10 @@ Call<Api> io(Where in, ptrdiff_t in_at, Where out = kBuf, ptrdiff_t out_at = 409
 template <class Api>
 std::vector<Row<Api>> process_rows() {
   const Start rising_at_one{47000, 48000, 2, 1, 1}, falling_above_one{46000, 45000, 2, 103, 100};
+  // Gliding from 15/16 to 1/16 above 1, or to 1/32 below it.
+  const uint64_t one = uint64_t{1} << 32;
+  const Start gliding_past_one{44100, 44100, 2, 15, 16, false, one + one / 16},
+      gliding_below_one{44100, 44100, 2, 15, 16, false, one - one / 32};
   return {
       {"null counts before overlap", kUp, 2,
        [](Arena<Api> &a) { return Api::Process(a.st(), a.buf(), nullptr, a.buf(), a.word(1)); }},
@@ -199,6 +205,8 @@ std::vector<Row<Api>> process_rows() {
       {"same buffer, rising", kUp, 8, io<Api>(kBuf, 0, kBuf, 0)},
       {"same buffer, rising rates at ratio 1", rising_at_one, 0, io<Api>(kBuf, 0, kBuf, 0)},
       {"same buffer, falling rates above ratio 1", falling_above_one, 8, io<Api>(kBuf, 0, kBuf, 0)},
+      {"same buffer, gliding past ratio 1", gliding_past_one, 8, io<Api>(kBuf, 0, kBuf, 0)},
+      {"same buffer, gliding below ratio 1", gliding_below_one, 0, io<Api>(kBuf, 0, kBuf, 0)},
       {"in on the state's last sample", kUp, 8, io<Api>(kStateEnd, -1)},
       {"in right after the state", kUp, 0, io<Api>(kStateEnd, 0)},
       {"out ending on the state's first sample", kUp, 8, io<Api>(kBuf, 0, kState, -31)},
