@@ -151,11 +151,13 @@ void value_at(const HqPos &p, const HqStep &s, unsigned k, uint64_t j, int64_t *
 }
 
 // Where between p (at x = 0) and beyond, stepping s per unit of x, the
-// value y lies: x = (y - p) / s, as 2^-32 units of x (y >= p).
-U128 units_to(const HqPos &p, const HqStep &s, int64_t y) {
+// value y lies: x = (y - p) / s, as 2^-(32 + k) units of x (y >= p),
+// rounded down.
+U128 units_to(const HqPos &p, const HqStep &s, int64_t y, unsigned k) {
   const U128 gap =
       ((U128{static_cast<uint64_t>(y - p.i)} * U128{s.den}) << 32) - (U128{p.f} * U128{s.den} + U128{p.e});
-  return (gap << 32) / hq_step_numerator(s);
+  const U128 step = hq_step_numerator(s), whole = gap / step, rest = gap - whole * step;
+  return (whole << (32 + k)) + (rest << (32 + k)) / step;
 }
 
 bool at_or_before(const HqPos &p, int64_t y) { return p.i < y || (p.i == y && p.f == 0 && p.e == 0); }
@@ -185,8 +187,8 @@ void hq_stream_time(const RSMPL_HqState *st, int64_t *whole, uint32_t *fraction)
   const int64_t y = static_cast<int64_t>(2 * st->emitted);
   walk(st, [&](const Segment &s) {
     if (s.count != 0 && at_or_before(after(s.start, s.step, s.count), y)) return true;
-    // In input frames: 2^k (first + units / 2^32).
-    const U128 units = ((U128{s.first} << 32) + units_to(s.start, s.step, y)) << k;
+    // In input frames: 2^k (first + x), in 2^-32 frames.
+    const U128 units = (U128{s.first} << (32 + k)) + units_to(s.start, s.step, y, k);
     *whole = static_cast<int64_t>((units >> 32).low());
     *fraction = static_cast<uint32_t>(units.low());
     return false;

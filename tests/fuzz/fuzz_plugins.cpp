@@ -24,9 +24,9 @@ extern "C" int _snd_pcm_rate_skelda_hq_open_conf(unsigned int version, void **ob
 
 namespace {
 
-const unsigned kRates[] = {0,     1,     7999,  8000,  11025, 16000,  22050,
-                           24000, 32000, 44100, 48000, 96000, 192000, 192001};
-unsigned rate(FuzzInput &in) { return in.one_of(kRates, 20); }
+const unsigned kRates[] = {0,     1,     3999,  4000,   7999,   8000,   11025,  16000,  22050, 24000,
+                           32000, 44100, 48000, 96000, 192000, 384000, 705600, 768000, 768001};
+unsigned rate(FuzzInput &in) { return in.one_of(kRates, 25); }
 
 snd_pcm_uframes_t period(FuzzInput &in) {
   switch (in.below(4)) {
@@ -57,12 +57,14 @@ Setup dumped_setup(const snd_pcm_rate_ops_t &ops, void *obj) {
   if (std::sscanf(s.c_str(), "RSMPL HQ Converter: %u -> %u Hz, %u channels", &in_rate, &out_rate,
                   &setup.channels) != 3)
     return Setup{};
-  const size_t at = s.find(" ms, ");
+  const size_t at = s.find(" input frames), ");
   char from[32], to[32];
-  if (at != std::string::npos && std::sscanf(s.c_str() + at, " ms, %31[^ ] -> %31[^,\n]", from, to) == 2) {
+  if (at != std::string::npos && std::sscanf(s.c_str() + at, " input frames), %31[^ ] -> %31[^,\n]", from, to) == 2) {
     setup.in = snd_pcm_format_value(from);
     setup.out = snd_pcm_format_value(to);
   }
+  // Channel areas always name their formats.
+  if (ops.convert != nullptr && s.find(" -> ", s.find("input frames)")) == std::string::npos) __builtin_trap();
   return setup;
 }
 
@@ -117,7 +119,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
       case 0:
         info.in.rate = rate(in);
         info.out.rate = rate(in);
-        info.channels = in.below(10);
+        info.channels = in.below(8) == 0 ? 60 + in.below(6) : in.below(10);
         info.in.period_size = in.below(2) ? 0 : period(in);
         info.out.period_size = in.below(2) ? 0 : period(in);
         info.in.format = format(in);
@@ -134,12 +136,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         break;
       case 3: {
         // Mostly the periods alsa-lib would pass, sometimes any counts.
-        const unsigned src_frames = in.below(4) == 0 ? in.below(20000) : in.below(6000);
-        const unsigned dst_frames =
-            in.below(3) == 0 ? in.below(48000)
-                             : static_cast<unsigned>(ops.output_frames(obj, src_frames) % 48000);
+        // A few tens of thousands of samples either way at most.
         const Setup held = setup();
-        const unsigned room = held.channels;
+        const unsigned room = held.channels, most = 40000 / (room ? room : 1);
+        const unsigned src_frames = (in.below(4) == 0 ? in.below(20000) : in.below(6000)) % (most + 1);
+        const unsigned dst_frames =
+            in.below(3) == 0 ? in.below(48000) % (most + 1)
+                             : static_cast<unsigned>(ops.output_frames(obj, src_frames) % (4 * most + 1));
         const snd_pcm_format_t in_format = held.in, out_format = held.out;
         const uint16_t seed = in.take<uint16_t>();
         if (ops.convert == nullptr) {

@@ -8,6 +8,7 @@
 // arithmetic behind it all against the compiler's own.
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <cstring>
 #include <random>
 #include <vector>
@@ -119,7 +120,8 @@ TEST(HqCounts, WholePeriodsConvertExactlyForThousandsOfPeriods) {
 // stands for (GetPosition) stays put too. And at a scale of 2^32 each output
 // moves on by in / out input frames.
 TEST(HqCounts, ANewRatioCarriesThePositionOver) {
-  for (const auto &p : {std::pair<uint32_t, uint32_t>{44100, 48000}, {48000, 44100}, {8000, 768000}, {768000, 8000}})
+  for (const auto &p : {std::pair<uint32_t, uint32_t>{44100, 48000}, {48000, 44100}, {8000, 768000}, {768000, 8000},
+                        {384000, 44100}, {705600, 4001}})
     for (int grade = 0; grade < 2; ++grade) {
       SCOPED_TRACE(::testing::Message() << p.first << " -> " << p.second << " grade " << grade);
       Resampler r(grade, p.first, p.second, 1);
@@ -145,12 +147,16 @@ TEST(HqCounts, ANewRatioCarriesThePositionOver) {
       }
       ASSERT_EQ(r.set_scale(uint64_t{1} << 32), RSMPL_OK);
       const RSMPL_HqPosition a = r.position();
-      n = p.first;
+      n = p.first + 777;  // not a whole second: the fractions differ at each end
       m = static_cast<uint32_t>(out.size());
       ASSERT_EQ(r.process(in.data(), RSMPL_HQ_S16, &n, out.data(), RSMPL_HQ_S16, &m), RSMPL_OK);
       const RSMPL_HqPosition b = r.position();
-      const double went = double(b.nextFrame - a.nextFrame) + (double(b.nextFraction) - double(a.nextFraction)) / 4294967296.0;
-      EXPECT_NEAR(went, double(b.outputFrames - a.outputFrames) * p.first / p.second, 1e-6);
+      // To the 2^-32 of a frame the position counts in (each end rounded
+      // down: 1 either way).
+      const int64_t went = (b.nextFrame - a.nextFrame) * (int64_t{1} << 32) + b.nextFraction - int64_t{a.nextFraction};
+      const uint64_t span = (b.outputFrames - a.outputFrames) * p.first;
+      const int64_t want = static_cast<int64_t>((span / p.second << 32) + (span % p.second << 32) / p.second);
+      EXPECT_LE(std::llabs(went - want), 1) << went - want;
       EXPECT_EQ(b.inputFrames - a.inputFrames, uint64_t{n});
     }
 }
