@@ -36,7 +36,10 @@
 //
 // (a leading '/' keeps 8000-768000 from also selecting 48000-768000.) The
 // minimum time (default 0.2 s) is that of the rows the bounds compare; the
-// other peers and libsoxr run half of it, the set-up rows an eighth.
+// other peers and libsoxr run half of it, the set-up rows an eighth. Each
+// row spends it in three runs back to back, and its fastest run counts
+// (the "_min" lines), so that a moment of load from another process on a
+// shared machine does not make a figure.
 //
 // Modules are looked for in $SKELDA_MODULE_DIR (colon-separated), then in
 // the build tree, then in alsa-lib's plugin directory; a missing one is
@@ -569,12 +572,22 @@ class TableReporter : public benchmark::ConsoleReporter {
   // Colour only on a terminal; not tabular, so skipped runs do not keep
   // reprinting the header.
   TableReporter() : ConsoleReporter(isatty(STDOUT_FILENO) ? OO_Color : OO_None) {}
+  // Of a row run more than once, its fastest run counts (and is shown);
+  // of one run once, that run.
   void ReportRuns(const std::vector<Run> &runs) override {
-    std::vector<Run> shown = runs;
-    for (Run &r : shown) r.run_name.min_time.clear();  // every row has its own: not news
+    std::vector<Run> shown;
+    for (const Run &r : runs) {
+      const bool counts = !r.error_occurred && r.iterations != 0 &&
+                          (r.run_type == Run::RT_Aggregate ? r.aggregate_name == "min" : r.repetitions <= 1);
+      const bool first_error = r.error_occurred && (shown.empty() || !shown.back().error_occurred);
+      if (!counts && !first_error) continue;
+      shown.push_back(r);
+      shown.back().run_name.min_time.clear();  // every row has its own: not news
+      shown.back().run_name.repetitions.clear();
+    }
     for (const Run &r : shown) {
-      if (r.error_occurred || r.run_type != Run::RT_Iteration || r.iterations == 0) continue;
-      Total &t = totals_[r.benchmark_name()];
+      if (r.error_occurred) continue;
+      Total &t = totals_[r.run_name.str()];  // without the aggregate's suffix
       t.seconds += r.cpu_accumulated_time;
       t.iterations += double(r.iterations);
       for (const auto &[name, counter] : r.counters) {
@@ -841,6 +854,15 @@ class TableReporter : public benchmark::ConsoleReporter {
   std::vector<std::string> misses_;
 };
 
+double Fastest(const std::vector<double> &v) { return *std::min_element(v.begin(), v.end()); }
+
+// Each row runs kRepetitions times for `seconds` in all, back to back; the
+// fastest counts.
+constexpr int kRepetitions = 3;
+void Share(benchmark::internal::Benchmark *b, double seconds) {
+  b->MinTime(seconds / kRepetitions)->Repetitions(kRepetitions)->ComputeStatistics("min", Fastest);
+}
+
 // --benchmark_min_time as given, else the default; the library is left to
 // read it too, but every row is given its own share of it.
 double MinTime(int argc, char **argv) {
@@ -882,26 +904,25 @@ int main(int argc, char **argv) {
       const std::string name = ConvertName(p, nullptr, m->name + (wide ? k32 : ""));
       auto *b = wide ? benchmark::RegisterBenchmark(name.c_str(), BM_Convert<int32_t>, m, p, TenMs(p))
                      : benchmark::RegisterBenchmark(name.c_str(), BM_Convert<int16_t>, m, p, TenMs(p));
-      b->MinTime(min_time);
+      Share(b, min_time);
     }
     const Module &hq = module(kHq);
     for (const Periods &per : OtherPeriods(p)) {
       if (!hq.open || !Serves(hq, p, false)) break;
-      benchmark::RegisterBenchmark(ConvertName(p, &per, kHq).c_str(), BM_Convert<int16_t>, &hq, p, per)
-          ->MinTime(min_time);
-      benchmark::RegisterBenchmark(ConvertName(p, &per, std::string(kHq) + k32).c_str(), BM_Convert<int32_t>, &hq,
-                                   p, per)
-          ->MinTime(min_time);
+      Share(benchmark::RegisterBenchmark(ConvertName(p, &per, kHq).c_str(), BM_Convert<int16_t>, &hq, p, per),
+            min_time);
+      Share(benchmark::RegisterBenchmark(ConvertName(p, &per, std::string(kHq) + k32).c_str(), BM_Convert<int32_t>,
+                                         &hq, p, per),
+            min_time);
     }
     for (const auto &[m, wide] : other) {
       const std::string name = ConvertName(p, nullptr, m->name + (wide ? k32 : ""));
       auto *b = wide ? benchmark::RegisterBenchmark(name.c_str(), BM_Convert<int32_t>, m, p, TenMs(p))
                      : benchmark::RegisterBenchmark(name.c_str(), BM_Convert<int16_t>, m, p, TenMs(p));
-      b->MinTime(min_time / 2);
+      Share(b, min_time / 2);
     }
-    benchmark::RegisterBenchmark(ConvertName(p, nullptr, kSoxr).c_str(), BM_Soxr<int16_t>, p)->MinTime(min_time / 2);
-    benchmark::RegisterBenchmark(ConvertName(p, nullptr, kSoxr32).c_str(), BM_Soxr<int32_t>, p)
-        ->MinTime(min_time / 2);
+    Share(benchmark::RegisterBenchmark(ConvertName(p, nullptr, kSoxr).c_str(), BM_Soxr<int16_t>, p), min_time / 2);
+    Share(benchmark::RegisterBenchmark(ConvertName(p, nullptr, kSoxr32).c_str(), BM_Soxr<int32_t>, p), min_time / 2);
     // Set-up: skelda_hq on both paths at every period size, the peers on
     // their S16 path (samplerate's S32 sets up the same).
     std::vector<const Periods *> sizes{nullptr};
@@ -913,8 +934,9 @@ int main(int argc, char **argv) {
           if (wide && m.name != kHq) continue;
           if (!m.open || !Serves(m, p, wide)) continue;
           const std::string name = SetupName(p, per, m.name + (wide ? k32 : ""));
-          benchmark::RegisterBenchmark(name.c_str(), BM_Setup, &m, p, per ? *per : TenMs(p), wide, per == nullptr)
-              ->MinTime(min_time / 8);
+          Share(benchmark::RegisterBenchmark(name.c_str(), BM_Setup, &m, p, per ? *per : TenMs(p), wide,
+                                             per == nullptr),
+                min_time / 8);
         }
       }
     }
