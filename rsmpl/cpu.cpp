@@ -7,6 +7,7 @@
 #include <atomic>
 
 #include "rsmpl/fir/kernels.h"
+#include "rsmpl/hq/direct.h"
 #include "rsmpl/hq/kernels.h"
 
 #if defined(SKELDA_ARCH_ARM) && !defined(__aarch64__)
@@ -47,22 +48,22 @@ bool runs(Isa isa) {
 const KernelSet *built(Isa isa) {
   switch (isa) {
     case kIsaScalar: {
-      static const KernelSet set{"scalar", fir_kernels_scalar(), hq_kernels_scalar()};
+      static const KernelSet set{"scalar", fir_kernels_scalar(), hq_kernels_scalar(), hq_direct_kernels_scalar()};
       return &set;
     }
 #if defined(SKELDA_ARCH_X86)
     case kIsaSse2: {
-      static const KernelSet set{"sse2", fir_kernels_sse2(), hq_kernels_sse2()};
+      static const KernelSet set{"sse2", fir_kernels_sse2(), hq_kernels_sse2(), hq_direct_kernels_sse2()};
       return &set;
     }
     case kIsaAvx2: {
-      static const KernelSet set{"avx2", fir_kernels_avx2(), hq_kernels_avx2()};
+      static const KernelSet set{"avx2", fir_kernels_avx2(), hq_kernels_avx2(), hq_direct_kernels_avx2()};
       return &set;
     }
 #endif
 #if defined(SKELDA_ARCH_ARM)
     case kIsaNeon: {
-      static const KernelSet set{"neon", fir_kernels_neon(), hq_kernels_neon()};
+      static const KernelSet set{"neon", fir_kernels_neon(), hq_kernels_neon(), hq_direct_kernels_neon()};
       return &set;
     }
 #endif

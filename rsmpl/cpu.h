@@ -11,6 +11,7 @@ namespace rsmpl {
 
 struct FirKernels;  // rsmpl/fir/kernels.h
 struct HqKernels;   // rsmpl/hq/kernels.h
+struct HqDirectKernels;  // rsmpl/hq/direct.h
 
 enum Isa { kIsaScalar, kIsaSse2, kIsaAvx2, kIsaNeon, kIsaCount };
 
@@ -19,6 +20,7 @@ struct KernelSet {
   const char *name;
   const FirKernels *fir;
   const HqKernels *hq;
+  const HqDirectKernels *hq_direct;
 };
 
 // The build for `isa`, or null when this binary holds none or this CPU cannot

@@ -26,6 +26,7 @@
 
 #include <cmath>
 #include <cstdint>
+#include <cstdlib>
 
 #include <vector>
 
@@ -53,6 +54,17 @@ struct Grade {
   Halfband relaxed[3];
   Kernel kernel;
 };
+
+// The 16-bit grade's single stage, for rates at most three apart: one
+// polyphase kernel between the rates themselves, over 64 units of the lower
+// rate, with its cutoff at half of it (zeros on every other whole unit), so
+// that it keeps 0.45 of the lower rate flat and is 98.4 dB down at 0.55
+// (100 dB from 0.56). The stage makes its taps as a stream needs them
+// (rsmpl/hq/direct.cpp), stretched to the input's units going down, by
+// four-point Lagrange interpolation in a table of one side of the kernel,
+// 64 entries a unit.
+constexpr Kernel kDirect16 = {64, 64, 0.5, 10.06};
+constexpr double kDirectPass = 0.45, kDirectStop = 0.55, kDirectPromisedDb = 98.4;
 
 constexpr Grade kGrades[2] = {
     {"16", {39, 12.2}, {{9, 12.6}, {6, 13.6}, {5, 13.4}}, {16, 64, 0.47, 12.75}},
@@ -136,6 +148,16 @@ inline std::vector<int32_t> KernelTable(const Kernel &k) {
     r1 = r2;
   }
   return table;
+}
+
+// The table: h(i / 64), i = 0..32 * 64 + 1 (centre first, a zero past the
+// end), Q30.
+inline std::vector<int32_t> DirectTable() {
+  std::vector<int32_t> t;
+  const int entries = kDirect16.taps / 2 * kDirect16.phases + 2;
+  for (int i = 0; i < entries; ++i)
+    t.push_back(static_cast<int32_t>(std::llround(kQ30 * KernelValue(kDirect16, kDirect16.taps / 2.0 + static_cast<double>(i) / kDirect16.phases))));
+  return t;
 }
 
 }  // namespace hq_rule

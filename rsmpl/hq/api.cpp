@@ -34,7 +34,11 @@ bool state_ok(const RSMPL_HqState *st, uint32_t grade) {
     return false;
   RSMPL_HqState plan;
   if (rsmpl::hq_plan(st->in_rate, st->out_rate, st->channels, grade, &plan) > st->bytes) return false;
-  if (plan.stages != st->stages || plan.octaves != st->octaves || plan.poly != st->poly ||
+  if (plan.stages != st->stages || plan.octaves != st->octaves || plan.lift != st->lift || plan.poly != st->poly ||
+      plan.direct.taps != st->direct.taps || plan.direct.rows_cap != st->direct.rows_cap ||
+      plan.direct.grid_bits != st->direct.grid_bits || plan.direct.stretch != st->direct.stretch ||
+      plan.direct.gain != st->direct.gain || plan.coef_at != st->coef_at || plan.cache_at != st->cache_at ||
+      plan.made_at != st->made_at || plan.scratch_at != st->scratch_at ||
       plan.fifo_cap != st->fifo_cap || plan.fifo_at != st->fifo_at || plan.acc_at != st->acc_at ||
       plan.acc_cap != st->acc_cap || plan.pass != st->pass || st->fifo_fill > st->fifo_cap)
     return false;
@@ -172,7 +176,7 @@ void fill_info(const RSMPL_HqState *st, RSMPL_HqInfo *info) {
   } else {
     // The step's own value: input per output of the polyphase stage.
     const rsmpl::U128 step = rsmpl::hq_step_numerator(st->step);  // over 2^32 den
-    const unsigned shift = st->octaves + 1;
+    const unsigned shift = st->octaves + st->lift;
     // out / in = 2^shift 2^32 den / step (up) or step / (2^shift 2^32 den) (down).
     const rsmpl::U128 unit = rsmpl::U128{st->step.den} << 32;
     const rsmpl::U128 a = st->up != 0 ? unit << shift : step, b = st->up != 0 ? step : unit << shift;
@@ -182,9 +186,12 @@ void fill_info(const RSMPL_HqState *st, RSMPL_HqInfo *info) {
     nearest_fraction((a >> drop).low(), (b >> drop).low(), &info->ratioOut, &info->ratioIn);
   }
   const rsmpl::HqKernel &k = st->design().kernel;
-  info->taps = k.taps;
-  info->phases = 1u << k.phase_bits;
-  info->interpolated = 1;
+  // The single stage's rows: every fraction when they fit, else its grid.
+  const bool exact = st->lift == 0 && st->step.den <= st->direct.rows_cap;
+  info->taps = st->lift == 0 ? st->direct.taps : k.taps;
+  info->phases = st->lift == 0 ? (exact ? static_cast<uint32_t>(st->step.den) : 1u << st->direct.grid_bits)
+                               : 1u << k.phase_bits;
+  info->interpolated = st->lift == 0 && exact ? 0 : 1;
   const uint64_t delay = rsmpl::hq_delay_q32(st);
   info->delayFrames = static_cast<uint32_t>((delay + (uint64_t{1} << 31)) >> 32);
   info->delayMicroseconds = static_cast<uint32_t>(

@@ -9,8 +9,9 @@
 // current stair and each further stair at its own step, the last for good.
 //
 // Going up, final output n = 2^k m + r stands at T(n) = p_m + r s_m / 2^k
-// in the stage's input (twice the input rate), and is due once T(n) < 2 N
-// after N input frames; every group made but the last is due (the stage
+// in the stage's input (twice the input rate; the input itself for the
+// single stage, which steps so with k = 0), and is due once T(n) < 2 N
+// (< N) after N input frames; every group made but the last is due (the stage
 // made its successor, so even that one's start lay before 2 N).
 //
 // Going down, input frame x (in units of the stage's input) stands at u(x)
@@ -86,7 +87,7 @@ uint64_t hq_outputs_for(const RSMPL_HqState *st, uint64_t in_frames) {
     // Groups before the segments are due; in each segment, the outputs
     // before 2 N.
     due = st->poly_count == 0 ? 0 : (st->poly_count - 1) << k;
-    const int64_t bound = static_cast<int64_t>(2 * n);
+    const int64_t bound = static_cast<int64_t>(n << st->lift);
     walk(st, [&](const Segment &s) {
       const uint64_t c = hq_count_below(s.start, s.step, k, bound);
       if (s.count != 0 && c >= (s.count << k)) {
@@ -122,7 +123,7 @@ uint64_t hq_inputs_for(const RSMPL_HqState *st, uint64_t out_frames) {
       if (!covers(s, group)) return true;
       bool fraction = false;
       const int64_t t = hq_floor_at(s.start, s.step, k, last - (s.first << k), &fraction);
-      need = t < 0 ? 0 : static_cast<uint64_t>(t) / 2 + 1;
+      need = t < 0 ? 0 : (static_cast<uint64_t>(t) >> st->lift) + 1;
       return false;
     });
   } else {
@@ -175,9 +176,14 @@ void hq_stream_time(const RSMPL_HqState *st, int64_t *whole, uint32_t *fraction)
       int64_t w = 0;
       uint32_t f = 0;
       value_at(s.start, s.step, k, st->emitted - (s.first << k), &w, &f);
-      // Halved: the stage's input runs at twice the input rate.
-      *whole = w >> 1;
-      *fraction = static_cast<uint32_t>(((static_cast<uint64_t>(w) & 1) << 31) | (f >> 1));
+      // Halved where the stage's input runs at twice the input rate.
+      if (st->lift == 0) {
+        *whole = w;
+        *fraction = f;
+      } else {
+        *whole = w >> 1;
+        *fraction = static_cast<uint32_t>(((static_cast<uint64_t>(w) & 1) << 31) | (f >> 1));
+      }
       return false;
     });
     return;
@@ -203,6 +209,7 @@ uint64_t hq_delay_q32(const RSMPL_HqState *st) {
   const unsigned k = st->octaves;
   const U128 step = hq_step_numerator(st->step), unit = U128{st->step.den};  // step = step / unit / 2^32
   U128 total{0};  // 2^-32 input frames
+  if (st->lift == 0) return uint64_t{st->direct.taps / 2} << 32;  // the single stage: T/2
   if (st->up != 0) {
     total = (U128{2 * g.sharp.half - 1} << 31) + (U128{g.kernel.taps} << 30);
     // Relaxed stage j: (2 half - 1) / 2 of its samples, 2^(j-1) outputs of

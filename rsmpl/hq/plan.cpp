@@ -23,6 +23,47 @@ const HqHalfband &hq_halfband(const RSMPL_HqState &st, uint32_t s) {
   return st.stage[s].design == 0 ? g.sharp : g.relaxed[st.stage[s].design - 1];
 }
 
+namespace {
+
+// The single stage (rsmpl/hq/direct.h): int16 lines of its taps' history
+// and a pass, the queue, two channels' scratch, the rows and their bits.
+uint32_t plan_direct(RSMPL_HqState &plan) {
+  const HqDirectDesign d = hq_direct_design(plan.in_rate, plan.out_rate);
+  plan.direct = d;
+  plan.up = 1;  // it steps per output, as the chain's polyphase stage going up
+  plan.lift = 0;
+  plan.octaves = 0;
+  plan.stages = 1;
+  plan.poly = 0;
+  const uint64_t num = plan.nominal_out, den = plan.nominal_in;
+  const uint64_t peak = most(2048, num, den) / 1024 + 2;
+  uint64_t pass = kHqPassSamples / peak;
+  if (pass > kHqMaxPass) pass = kHqMaxPass;
+  plan.pass = static_cast<uint32_t>(pass);
+  HqStage &st = plan.stage[0];
+  st.kind = kHqDirect;
+  st.hist = d.taps;
+  st.cap = st.hist + plan.pass + 2;
+  st.stride = round_up(st.cap + 16, 16) / 2;  // int16 samples, two an int32
+  st.at = 0;
+  uint32_t at = plan.channels * st.stride;
+  plan.fifo_cap = round_up(static_cast<uint32_t>(most(pass, num, den)) + 8, 8);
+  plan.fifo_at = at;
+  at += plan.channels * plan.fifo_cap;
+  plan.coef_at = at;
+  plan.scratch_at = at;
+  at += round_up(2 * plan.channels, 8);
+  plan.cache_at = at;
+  at += static_cast<uint32_t>((uint64_t{d.rows_cap} * hq_direct_row_bytes(d.taps) + 3) / 4);
+  plan.made_at = at;
+  at += (d.rows_cap + 31) / 32;
+  plan.acc_at = round_up(at, 2);
+  plan.acc_cap = 0;
+  return plan.acc_at;
+}
+
+}  // namespace
+
 uint32_t hq_plan(uint32_t in_rate, uint32_t out_rate, uint32_t channels, uint32_t grade,
                  RSMPL_HqState *st) {
   RSMPL_HqState plan{};
@@ -30,7 +71,17 @@ uint32_t hq_plan(uint32_t in_rate, uint32_t out_rate, uint32_t channels, uint32_
   plan.out_rate = out_rate;
   plan.channels = channels;
   plan.grade = grade;
+  if (grade == kHqGrade16 && hq_direct_fits(in_rate, out_rate)) {
+    const uint64_t g = std::gcd(uint64_t{in_rate}, uint64_t{out_rate});
+    plan.nominal_out = out_rate / g;
+    plan.nominal_in = in_rate / g;
+    const uint32_t at = plan_direct(plan);
+    plan.bytes = static_cast<uint32_t>(sizeof(RSMPL_HqState) + uint64_t{at} * sizeof(int32_t));
+    if (st != nullptr) std::memcpy(st, &plan, sizeof plan);
+    return plan.bytes;
+  }
   plan.up = out_rate >= in_rate ? 1 : 0;
+  plan.lift = 1;
   // k: how many octaves of relaxed half-bands lie between the polyphase
   // stage and the higher rate.
   uint32_t k = 0;

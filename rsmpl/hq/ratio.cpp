@@ -23,10 +23,11 @@ void take_step(RSMPL_HqState *st, const HqStep &s) {
 
 // Going up the stage steps 2^(k+1) M / L of its input (twice the input
 // rate) per output (2^k final outputs); going down, 2^(k+1) L / M of its
-// output (twice the output rate) per input (2^k input frames).
+// output (twice the output rate) per input (2^k input frames). The single
+// stage steps M / L input frames per output (its lift is 0, not 1).
 void hq_set_ratio(RSMPL_HqState *st, uint64_t l, uint64_t m) {
   st->glide_left = 0;
-  const unsigned shift = st->octaves + 1;
+  const unsigned shift = st->octaves + st->lift;
   take_step(st, st->up != 0 ? hq_step_exact(m << shift, l) : hq_step_exact(l << shift, m));
   st->ratio_out = l;
   st->ratio_in = m;
@@ -36,7 +37,7 @@ namespace {
 
 // The step for a scale of the rates' ratio, in 64-bit fixed point.
 HqStep scaled_step(const RSMPL_HqState *st, uint64_t scale) {
-  const unsigned shift = st->octaves + 1;
+  const unsigned shift = st->octaves + st->lift;
   const U128 in{st->nominal_in}, out{st->nominal_out};
   const U128 q = st->up != 0 ? ((in << shift) << 96) / (out * U128{scale})
                              : (((out << shift) * U128{scale}) << 32) / in;
@@ -106,7 +107,7 @@ bool hq_ratio_at_most_one(const RSMPL_HqState *st) {
   // A glide under way moves the step towards its target within the call:
   // both ends must keep the outputs behind the input.
   auto at_most_one = [st](const HqStep &step) {
-    const U128 unit = (U128{step.den} << 32) << (st->octaves + 1);
+    const U128 unit = (U128{step.den} << 32) << (st->octaves + st->lift);
     const U128 s = hq_step_numerator(step);
     return st->up != 0 ? !(s < unit) : !(unit < s);
   };

@@ -11,7 +11,9 @@
 // where R = out / 2^k lies in [2 in, 4 in) (or is `out` itself when out <
 // 2 in), and likewise for the way down, so that the polyphase stage always
 // works between rates at most about two apart, and every stage's cost per
-// output is fixed whatever the ratio. The sharp half-band, at twice the
+// output is fixed whatever the ratio. The 16-bit grade's rates up to three
+// apart take one stage instead (rsmpl/hq/direct.h), which steps as the
+// polyphase stage going up does, between the rates themselves. The sharp half-band, at twice the
 // lower rate, holds the passband to 0.45 and the stopband from 0.55 of it;
 // the polyphase kernel and the relaxed half-bands only have to keep what
 // lies beyond, so they are short.
@@ -36,6 +38,7 @@
 #include <cstdint>
 
 #include "rsmpl/hq/designs.h"
+#include "rsmpl/hq/direct.h"
 #include "rsmpl/hq/position.h"
 #include "skelda/rsmpl_hq.h"
 
@@ -56,7 +59,9 @@ constexpr uint32_t kHqScaleBits = 29;
 constexpr int32_t kHqClampHigh = (1 << 30) - 1;
 constexpr int32_t kHqClampLow = -(1 << 30);
 
-enum HqStageKind : uint32_t { kHqHalfUp = 0, kHqHalfDown = 1, kHqPoly = 2, kHqPolyT = 3 };
+// kHqDirect: the single stage, its lines int16 (two to an int32 of the
+// layout).
+enum HqStageKind : uint32_t { kHqHalfUp = 0, kHqHalfDown = 1, kHqPoly = 2, kHqPolyT = 3, kHqDirect = 4 };
 
 struct HqStage {
   uint32_t kind;
@@ -82,6 +87,8 @@ struct RSMPL_HqState {
   uint32_t up;          // 1: the chain goes up
   uint32_t stages;      // in `stage`
   uint32_t octaves;     // k: the relaxed half-bands
+  uint32_t lift;        // 1: the polyphase stage's slower side runs at twice
+                        // the lower rate (the chain); 0: the single stage
   uint32_t poly;        // index of the polyphase stage
   uint32_t pass;        // input frames per pass at most
   uint32_t fifo_cap;    // frames the output queue holds
@@ -97,6 +104,8 @@ struct RSMPL_HqState {
   uint32_t dither;      // 1: TPDF dither on S16 output
   uint32_t noise;       // the dither generator, never 0
   int32_t gain;         // going down: the step in Q29, the weight of each input
+  uint32_t reserved;
+  rsmpl::HqDirectDesign direct;  // the single stage's, when it runs
   int64_t acc_base;     // absolute output index of the first sum
   // The ratio: L / M in lowest terms (0 / 0 when set as a scale), and the
   // rates' own.
@@ -132,6 +141,10 @@ struct RSMPL_HqState {
   int32_t *coef() { return samples() + coef_at; }
   int32_t *scratch() { return samples() + scratch_at; }
   int32_t *cache() { return samples() + cache_at; }
+  // The single stage's lines, and its rows (in the cache's place).
+  int16_t *line16(uint32_t c) { return reinterpret_cast<int16_t *>(line(0, c)); }
+  const int16_t *line16(uint32_t c) const { return reinterpret_cast<const int16_t *>(line(0, c)); }
+  uint8_t *rows() { return reinterpret_cast<uint8_t *>(samples() + cache_at); }
   uint32_t *made() { return reinterpret_cast<uint32_t *>(samples() + made_at); }
   int64_t *acc(uint32_t c) { return reinterpret_cast<int64_t *>(samples() + acc_at) + size_t{c} * acc_cap; }
   const int64_t *acc(uint32_t c) const {

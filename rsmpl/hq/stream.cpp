@@ -14,6 +14,7 @@ namespace rsmpl {
 namespace {
 
 const HqKernels &kernels() { return *active_kernels().hq; }
+const HqDirectKernels &direct_kernels() { return *active_kernels().hq_direct; }
 
 // The phase cache for the current step, emptied when the step is new to it.
 HqPhaseCache phase_cache(RSMPL_HqState *st) {
@@ -138,6 +139,51 @@ void run_poly(RSMPL_HqState *st, uint32_t s) {
   }
 }
 
+// The single stage's outputs, a stair of a glide at a time: its rows exact
+// when the step's denominator fits the row area and the position lies on
+// its grid, else on the design's grid (the rows made for another
+// denominator forgotten first).
+void run_direct(RSMPL_HqState *st) {
+  HqStage &stage = st->stage[0];
+  const HqDirectDesign &d = st->direct;
+  for (;;) {
+    const uint64_t den = st->step.den;
+    const bool exact = den <= d.rows_cap && ((uint64_t{st->pos.f} * den + st->pos.e) & 0xffffffffu) == 0;
+    const uint32_t key = exact ? static_cast<uint32_t>(den) : 0x80000000u;
+    if (st->cache_den != key) {
+      std::memset(st->made(), 0, (d.rows_cap + 31) / 32 * 4);
+      st->cache_den = key;
+    }
+    HqDirectJob job{};
+    job.x = st->line16(0);
+    job.xstride = size_t{stage.stride} * 2;
+    job.channels = st->channels;
+    job.room = room(st, 0);
+    if (st->glide_left != 0 && st->glide_count < job.room) job.room = static_cast<uint32_t>(st->glide_count);
+    job.base = stage.base;
+    job.end = stage.base + stage.fill;
+    job.pos = st->pos;
+    job.step = st->step;
+    job.design = &d;
+    job.rows = st->rows();
+    job.made = st->made();
+    job.exact = exact ? 1 : 0;
+    job.y = sink(st, 0, 0);
+    job.ystride = sink_stride(st, 0);
+    job.scratch = st->scratch();
+    const uint32_t made = direct_kernels().pass(&job);
+    if (made == 0) return;
+    commit(st, 0, made);
+    st->prev = job.last;
+    st->prev_step = st->step;
+    st->pos = job.pos;
+    st->poly_count += made;
+    const bool stair_ended = st->glide_left != 0 && made == st->glide_count;
+    hq_glide_on(st, made);
+    if (!stair_ended) return;
+  }
+}
+
 // The transposed stage's complete outputs (those before the next input's
 // position, which no later input reaches) out of the sums, as far as they
 // fit where they go.
@@ -222,6 +268,18 @@ void slide(RSMPL_HqState *st, uint32_t s) {
       drop = keep <= 0 ? 0 : keep >= stage.fill ? stage.fill : static_cast<uint32_t>(keep);
       break;
     }
+    case kHqDirect: {
+      const int64_t keep = st->pos.i - (st->direct.taps - 1) - stage.base;
+      drop = keep <= 0 ? 0 : keep >= stage.fill ? stage.fill : static_cast<uint32_t>(keep);
+      if (drop == 0) return;
+      for (uint32_t c = 0; c < st->channels; ++c) {
+        int16_t *line = st->line16(c);
+        std::memmove(line, line + drop, sizeof(int16_t) * (stage.fill - drop));
+      }
+      stage.fill -= drop;
+      stage.base += drop;
+      return;
+    }
     default:
       return;
   }
@@ -250,6 +308,9 @@ void run_chain(RSMPL_HqState *st) {
       case kHqPoly:
         run_poly(st, s);
         break;
+      case kHqDirect:
+        run_direct(st);
+        break;
       default:
         run_poly_t(st, s);
         break;
@@ -262,6 +323,13 @@ void run_chain(RSMPL_HqState *st) {
 void feed(RSMPL_HqState *st, const void *src, bool s32, uint32_t frames) {
   const uint32_t channels = st->channels;
   HqStage &first = st->stage[0];
+  if (first.kind == kHqDirect) {  // S16 only: the 16-bit calls
+    int16_t *lines[RSMPL_HQ_MAX_CHANNELS];
+    for (uint32_t c = 0; c < channels; ++c) lines[c] = st->line16(c) + first.fill;
+    direct_kernels().take(static_cast<const int16_t *>(src), channels, frames, lines);
+    first.fill += frames;
+    return;
+  }
   int32_t *to[2 * RSMPL_HQ_MAX_CHANNELS];
   if (first.kind == kHqHalfDown) {
     // Alternately to the even and odd lines, from whichever is next.
@@ -323,7 +391,8 @@ void hq_reset(RSMPL_HqState *st) {
   for (uint32_t s = 0; s < st->stages; ++s) {
     HqStage &stage = st->stage[s];
     stage.fill = stage.odd = stage.hist;
-    // Half-bands read from `next`, the polyphase stages from positions.
+    // Half-bands read from `next`, the polyphase stages (and the single
+    // stage) from positions.
     const bool half = stage.kind == kHqHalfUp || stage.kind == kHqHalfDown;
     stage.next = half ? stage.hist : 0;
     stage.base = -static_cast<int64_t>(stage.hist);

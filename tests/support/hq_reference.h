@@ -9,10 +9,12 @@
 #define SKELDA_TESTS_SUPPORT_HQ_REFERENCE_H
 
 #include <cstdint>
+#include <cstring>
 #include <numeric>
 #include <vector>
 
 #include "rsmpl/hq/designs.h"
+#include "rsmpl/hq/direct.h"
 #include "rsmpl/hq/wide.h"  // U128: exact positions on every target
 
 namespace hq_ref {
@@ -146,9 +148,52 @@ inline const rsmpl::HqHalfband &relaxed(const rsmpl::HqGrade &g, unsigned distan
   return g.relaxed[(distance < 3 ? distance : 3) - 1];
 }
 
+// The 16-bit grade's single stage (rsmpl/hq/direct.h) at L / M: output n
+// at n M / L input frames, from the T input samples ending at its floor,
+// with the design's row for its fraction r / L when L rows fit, else
+// between the grid's rows around it (the fraction's first 32 bits placing
+// it there); at 1 / 1 the input, T/2 frames late. Input and output at
+// 2^29 full scale (S16 times 2^14).
+inline Signal direct(const Signal &x, uint32_t in, uint32_t out, uint64_t l, uint64_t m, uint64_t count) {
+  const rsmpl::HqDirectDesign d = rsmpl::hq_direct_design(in, out);
+  const uint32_t taps = d.taps;
+  Signal y(count);
+  std::vector<uint8_t> row(rsmpl::hq_direct_row_bytes(taps));
+  auto dot = [&](int64_t e, uint64_t r, uint64_t den) {
+    rsmpl::hq_direct_row(d, r, den, row.data());
+    int64_t sum = 0;
+    for (uint32_t k = 0; k < taps; ++k) {
+      int16_t hi;
+      std::memcpy(&hi, row.data() + 2 * k, 2);
+      sum += (int64_t{hi} * 128 + row[2 * taps + k]) * (at(x, e - (taps - 1) + k) >> 14);
+    }
+    return round_clamp(sum, 6);
+  };
+  for (uint64_t n = 0; n < count; ++n) {
+    const rsmpl::U128 p = rsmpl::U128{n} * rsmpl::U128{m};
+    const int64_t e = static_cast<int64_t>((p / rsmpl::U128{l}).low());
+    const uint64_t r = (p - rsmpl::U128{static_cast<uint64_t>(e)} * rsmpl::U128{l}).low();
+    if (l == m) {
+      y[n] = at(x, static_cast<int64_t>(n) - taps / 2);
+    } else if (l <= d.rows_cap) {
+      y[n] = dot(e, r, l);
+    } else {
+      const uint32_t g = d.grid_bits;
+      const uint32_t f = static_cast<uint32_t>(((rsmpl::U128{r} << 32) / rsmpl::U128{l}).low());
+      const uint32_t q = f >> (32 - g);
+      const int64_t w = static_cast<int32_t>((f << g) >> 1);
+      const int64_t a = dot(e, q, uint64_t{1} << g);
+      const int64_t v = w == 0 ? a : a + ((dot(e, q + 1, uint64_t{1} << g) - a) * w >> 31);
+      y[n] = v > (1 << 30) - 1 ? (1 << 30) - 1 : v < -(1 << 30) ? -(1 << 30) : v;
+    }
+  }
+  return y;
+}
+
 // The whole chain at the ratio L / M (lowest terms) on one channel of
 // int32 samples at 2^29 full scale; the first `count` outputs.
 inline Signal convert(const Signal &x, uint32_t in, uint32_t out, uint64_t l, uint64_t m, int grade, uint64_t count) {
+  if (grade == rsmpl::kHqGrade16 && rsmpl::hq_direct_fits(in, out)) return direct(x, in, out, l, m, count);
   const rsmpl::HqGrade &g = rsmpl::kHqGrades[grade];
   const Chain ch = chain_of(in, out);
   Signal y;

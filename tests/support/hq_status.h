@@ -30,6 +30,9 @@ struct Start {
 };
 const Start kUp{44100, 48000, 2}, kDown{48000, 44100, 2}, kUnit{44100, 44100, 2};
 const Start kZeroed{44100, 48000, 2, 0, 0, true};
+// Pairs that run the chain of stages on both grades (the 16-bit grade's
+// nearer rates take its single stage).
+const Start kChainUp{44100, 192000, 2}, kChainDown{96000, 44100, 2};
 
 // One block: 64 KB, the state's area, then 64 KB of input and output
 // buffers and the result words (room for an RSMPL_HqPosition); scrambled

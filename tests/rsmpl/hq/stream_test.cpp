@@ -32,6 +32,10 @@ const Case kCases[] = {
     {192000, 768000, 2},    {768000, 192000, 2},       {44100, 192000, 2, 1115, 256},
     {48000, 44100, 2, 941, 1024}, {44100, 48000, 2, 1024, 941}, {352800, 48000, 2, 480, 3528},
     {44100, 48000, 64},     {768000, 44100, 7},
+    // The 16-bit grade's single stage: up by three, down by two, a ratio
+    // whose fractions overflow its rows (their grid, blended), 1:1 off it.
+    {16000, 48000, 1},      {44100, 22050, 2},         {44100, 48000, 2, 1601, 1470},
+    {48000, 44100, 3, 1024, 1117}, {48000, 44100, 2, 1025, 1117}, {48000, 48000, 1, 4001, 4000},
 };
 
 std::vector<uint8_t> random_frames(size_t frames, uint32_t channels, uint32_t format, std::mt19937 &rng) {
@@ -81,23 +85,28 @@ TEST(HqStream, EveryChainMatchesThePlainModelInRandomSplits) {
         }
 }
 
-// Each build of the kernels gives the same stream.
+// Each build of the kernels gives the same stream, on either grade (the
+// 16-bit grade's single stage and chain alike).
 TEST(HqStream, EveryKernelBuildGivesTheSameStream) {
-  for (const Case &c : {Case{44100, 48000, 2}, Case{768000, 44100, 3}, Case{8000, 768000, 1}, Case{48000, 44100, 2, 941, 1024}}) {
-    std::vector<uint8_t> first;
-    for (const auto *set : test_support::runnable_sets()) {
-      test_support::UsingKernels using_set(set);
-      std::mt19937 rng(5);
-      hq_test::Resampler r(1, c.in, c.out, c.channels);
-      if (c.ratio_out) ASSERT_EQ(r.set_ratio(c.ratio_out, c.ratio_in), RSMPL_OK);
-      const auto in = random_frames(c.in / 20, c.channels, 1, rng);
-      const auto got = hq_test::feed(r, in, 1, 1, rng);
-      if (first.empty())
-        first = got;
-      else
-        EXPECT_TRUE(hq_test::same(got, first, 4 * c.channels)) << set->name << " " << c.in << "->" << c.out;
+  for (int grade = 0; grade < 2; ++grade)
+    for (const Case &c : {Case{44100, 48000, 2}, Case{768000, 44100, 3}, Case{8000, 768000, 1},
+                          Case{48000, 44100, 2, 941, 1024}, Case{44100, 48000, 3, 1601, 1470}, Case{48000, 16000, 1}}) {
+      std::vector<uint8_t> first;
+      const uint32_t format = grade;  // the 16-bit calls take S16
+      for (const auto *set : test_support::runnable_sets()) {
+        test_support::UsingKernels using_set(set);
+        std::mt19937 rng(5);
+        hq_test::Resampler r(grade, c.in, c.out, c.channels);
+        if (c.ratio_out) ASSERT_EQ(r.set_ratio(c.ratio_out, c.ratio_in), RSMPL_OK);
+        const auto in = random_frames(c.in / 20, c.channels, format, rng);
+        const auto got = hq_test::feed(r, in, format, format, rng);
+        if (first.empty())
+          first = got;
+        else
+          EXPECT_TRUE(hq_test::same(got, first, hq_test::sample_bytes(format) * c.channels))
+              << set->name << " " << c.in << "->" << c.out << " grade " << grade;
+      }
     }
-  }
 }
 
 }  // namespace

@@ -1,0 +1,153 @@
+// SPDX-License-Identifier: MIT
+// The single stage's pass (rsmpl/hq/direct.h), compiled once per
+// instruction set around that build's `Dot16` (hq/direct_scalar.cpp,
+// x86/hq_direct_*.cpp, arm/hq_direct_*.cpp): the position stepping, the
+// choice of row and the blend between grid rows are written once, here;
+// only the inner products and the way in differ between builds.
+#ifndef SKELDA_RSMPL_HQ_DIRECT_KERNEL_H
+#define SKELDA_RSMPL_HQ_DIRECT_KERNEL_H
+
+#include <cstddef>
+#include <cstdint>
+
+#include "rsmpl/hq/direct.h"
+
+// The builds' inner products go inline into the pass.
+#define HQ_DIRECT_INLINE __attribute__((always_inline)) inline
+
+namespace rsmpl {
+namespace {
+
+inline int32_t hq_direct_clamp(int64_t v) {
+  return static_cast<int32_t>(v > (1 << 30) - 1 ? (1 << 30) - 1 : v < -(1 << 30) ? -(1 << 30) : v);
+}
+
+// A row's sums to an output: (hi 2^7 + lo + 2^5) >> 6, clamped.
+inline int32_t hq_direct_output(int32_t sum_hi, int32_t sum_lo) {
+  return hq_direct_clamp((int64_t{sum_hi} * (1 << kHqDirectShift) + sum_lo + 32) >> 6);
+}
+
+// The position i + r / den exactly.
+inline HqPos hq_at_fraction(int64_t i, uint32_t r, uint64_t den) {
+  const uint64_t scaled = uint64_t{r} << 32;
+  return HqPos{i, static_cast<uint32_t>(scaled / den), static_cast<uint32_t>(scaled % den)};
+}
+
+// Row r of the row area for fractions r / den, made on first use.
+inline const uint8_t *hq_direct_row_at(const HqDirectJob &job, uint32_t r, uint64_t den) {
+  const HqDirectDesign &d = *job.design;
+  uint8_t *row = job.rows + size_t{r} * hq_direct_row_bytes(d.taps);
+  const uint32_t bit = 1u << (r & 31);
+  if ((job.made[r >> 5] & bit) == 0) {
+    hq_direct_row(d, r, den, row);
+    job.made[r >> 5] |= bit;
+  }
+  return row;
+}
+
+template <class Dot16>
+uint32_t hq_direct_pass(HqDirectJob *job) {
+  const HqDirectDesign &d = *job->design;
+  const uint32_t taps = d.taps, channels = job->channels, room = job->room;
+  const int16_t *const x = job->x;
+  const int64_t from = job->base + (taps - 1);  // x + pos.i - from: an output's window
+  const size_t xstride = job->xstride, ystride = job->ystride;
+  const int64_t end = job->end;
+  const HqStep step = job->step;
+  int32_t *const y = job->y;
+  HqPos pos = job->pos, last = job->last;
+  // A step of exactly one sample from a whole position: row 0 is the
+  // kernel's centre alone (its cutoff puts zeros on the other whole
+  // units), so the stage passes its input on, T/2 frames late.
+  if (pos.f == 0 && pos.e == 0 && step.si == 1 && step.sf == 0 && step.se == 0) {
+    const int64_t avail = end - pos.i;
+    const uint32_t n = avail <= 0 ? 0 : avail < room ? static_cast<uint32_t>(avail) : room;
+    if (n == 0) return 0;
+    const int16_t *centre = x + (pos.i - job->base - taps / 2);
+    for (uint32_t c = 0; c < channels; ++c)
+      for (uint32_t m = 0; m < n; ++m) y[c * ystride + m] = int32_t{centre[c * xstride + m]} * (1 << 14);
+    job->last = HqPos{pos.i + n - 1, 0, 0};
+    job->pos = HqPos{pos.i + n, 0, 0};
+    return n;
+  }
+  uint32_t made = 0;
+  if (job->exact != 0) {
+    // Exact rows: the position is i + r / den, and the step a whole number
+    // of 1/den, so r steps by itself; the position is rebuilt at the end.
+    const uint64_t den = step.den;
+    const uint32_t dr = static_cast<uint32_t>(((uint64_t{step.sf} * den + step.se) >> 32));
+    const uint32_t di = step.si;
+    uint32_t r = static_cast<uint32_t>((uint64_t{pos.f} * den + pos.e) >> 32), last_r = 0;
+    int64_t i = pos.i, last_i = 0;
+    for (; made < room && i < end; ++made) {
+      Dot16::dots(x + (i - from), xstride, channels, hq_direct_row_at(*job, r, den), taps, y + made, ystride);
+      last_i = i;
+      last_r = r;
+      i += di;
+      r += dr;
+      if (r >= den) {
+        r -= static_cast<uint32_t>(den);
+        ++i;
+      }
+    }
+    if (made != 0) {
+      job->pos = hq_at_fraction(i, r, den);
+      job->last = hq_at_fraction(last_i, last_r, den);
+    }
+    return made;
+  } else {
+    // Between grid rows q and q + 1, at w (Q31) of the way.
+    const uint32_t g = d.grid_bits;
+    const uint64_t grid = uint64_t{1} << g;
+    int32_t *const z = job->scratch;
+    for (; made < room && pos.i < end; ++made) {
+      const int16_t *window = x + (pos.i - from);
+      const uint32_t q = pos.f >> (32 - g);
+      const int32_t w = static_cast<int32_t>((pos.f << g) >> 1);
+      Dot16::dots(window, xstride, channels, hq_direct_row_at(*job, q, grid), taps, y + made, ystride);
+      if (w != 0) {
+        Dot16::dots(window, xstride, channels, hq_direct_row_at(*job, q + 1, grid), taps, z, 1);
+        for (uint32_t c = 0; c < channels; ++c) {
+          const int32_t a = y[c * ystride + made];
+          y[c * ystride + made] = hq_direct_clamp(a + ((int64_t{z[c]} - a) * w >> 31));
+        }
+      }
+      last = pos;
+      hq_advance(pos, step);
+    }
+  }
+  job->pos = pos;
+  job->last = last;
+  return made;
+}
+
+// The plain forms: the reference, and the builds' tails.
+inline void hq_direct_dots_plain(const int16_t *x, size_t xstride, uint32_t rows, const uint8_t *row, uint32_t taps,
+                                 int32_t *y, size_t ystride) {
+  const int16_t *hi = reinterpret_cast<const int16_t *>(row);
+  const uint8_t *lo = row + 2 * size_t{taps};
+  for (uint32_t r = 0; r < rows; ++r) {
+    const int16_t *xr = x + r * xstride;
+    int32_t sh = 0, sl = 0;
+    for (uint32_t k = 0; k < taps; ++k) {
+      sh += int32_t{xr[k]} * hi[k];
+      sl += int32_t{xr[k]} * lo[k];
+    }
+    y[r * ystride] = hq_direct_output(sh, sl);
+  }
+}
+
+inline void hq_direct_take_plain(const int16_t *src, uint32_t channels, uint32_t frames, int16_t *const *to) {
+  for (uint32_t c = 0; c < channels; ++c)
+    for (uint32_t i = 0; i < frames; ++i) to[c][i] = src[size_t{i} * channels + c];
+}
+
+template <class Dot16>
+constexpr HqDirectKernels make_hq_direct_kernels() {
+  return HqDirectKernels{Dot16::dots, Dot16::take, hq_direct_pass<Dot16>};
+}
+
+}  // namespace
+}  // namespace rsmpl
+
+#endif

@@ -1,0 +1,91 @@
+// SPDX-License-Identifier: MIT
+// The single stage's kernels for AVX2: sixteen 16 x 16-bit products per
+// vpmaddwd, the hi and the lo halves of the taps in sums of their own, two
+// channels sharing every load of a row; stereo frames split into their
+// lines sixteen at a time.
+#include <immintrin.h>
+
+#include "rsmpl/hq/direct_kernel.h"
+#include "skelda/rsmpl_hq.h"
+
+namespace rsmpl {
+namespace {
+
+inline __m256i load16(const int16_t *p) { return _mm256_loadu_si256(reinterpret_cast<const __m256i *>(p)); }
+inline __m256i load_lo(const uint8_t *p) {
+  return _mm256_cvtepu8_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i *>(p)));
+}
+// The four sums' lanes reduced together: [hi 0, lo 0, hi 1, lo 1].
+inline __m128i reduce4(__m256i h0, __m256i l0, __m256i h1, __m256i l1) {
+  const __m256i c = _mm256_hadd_epi32(_mm256_hadd_epi32(h0, l0), _mm256_hadd_epi32(h1, l1));
+  return _mm_add_epi32(_mm256_castsi256_si128(c), _mm256_extracti128_si256(c, 1));
+}
+
+struct Avx2Dot16 {
+  HQ_DIRECT_INLINE static void dots(const int16_t *x, size_t xstride, uint32_t rows, const uint8_t *row,
+                                    uint32_t taps, int32_t *y, size_t ystride) {
+    const int16_t *hi = reinterpret_cast<const int16_t *>(row);
+    const uint8_t *lo = row + 2 * size_t{taps};
+    const uint32_t body = taps & ~15u;  // taps is a multiple of 8
+    uint32_t r = 0;
+    for (; r < rows; r += 2) {
+      // Two channels, or the last one twice.
+      const int16_t *x0 = x + r * xstride, *x1 = r + 1 < rows ? x0 + xstride : x0;
+      __m256i h0 = _mm256_setzero_si256(), l0 = h0, h1 = h0, l1 = h0;
+      for (uint32_t k = 0; k < body; k += 16) {
+        const __m256i ch = load16(hi + k), cl = load_lo(lo + k);
+        const __m256i a = load16(x0 + k), b = load16(x1 + k);
+        h0 = _mm256_add_epi32(h0, _mm256_madd_epi16(a, ch));
+        l0 = _mm256_add_epi32(l0, _mm256_madd_epi16(a, cl));
+        h1 = _mm256_add_epi32(h1, _mm256_madd_epi16(b, ch));
+        l1 = _mm256_add_epi32(l1, _mm256_madd_epi16(b, cl));
+      }
+      if (body != taps) {
+        const __m256i ch = _mm256_castsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i *>(hi + body)));
+        const __m256i cl = _mm256_cvtepu8_epi16(_mm_loadl_epi64(reinterpret_cast<const __m128i *>(lo + body)));
+        const __m256i a = _mm256_castsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i *>(x0 + body)));
+        const __m256i b = _mm256_castsi128_si256(_mm_loadu_si128(reinterpret_cast<const __m128i *>(x1 + body)));
+        // The upper lanes of the casts are undefined: keep the lower halves'
+        // products only.
+        const __m256i low = _mm256_setr_epi32(-1, -1, -1, -1, 0, 0, 0, 0);
+        h0 = _mm256_add_epi32(h0, _mm256_and_si256(low, _mm256_madd_epi16(a, ch)));
+        l0 = _mm256_add_epi32(l0, _mm256_and_si256(low, _mm256_madd_epi16(a, cl)));
+        h1 = _mm256_add_epi32(h1, _mm256_and_si256(low, _mm256_madd_epi16(b, ch)));
+        l1 = _mm256_add_epi32(l1, _mm256_and_si256(low, _mm256_madd_epi16(b, cl)));
+      }
+      const __m128i s = reduce4(h0, l0, h1, l1);
+      y[r * ystride] = hq_direct_output(_mm_cvtsi128_si32(s), _mm_extract_epi32(s, 1));
+      if (r + 1 < rows) y[(r + 1) * ystride] = hq_direct_output(_mm_extract_epi32(s, 2), _mm_extract_epi32(s, 3));
+    }
+  }
+
+  static void take(const int16_t *src, uint32_t channels, uint32_t frames, int16_t *const *to) {
+    uint32_t i = 0;
+    if (channels == 2) {
+      // [L0 R0 L1 R1 ...]: lefts to the low 8 bytes of each lane, rights to
+      // the high, then the lanes' halves paired.
+      const __m256i order = _mm256_setr_epi8(0, 1, 4, 5, 8, 9, 12, 13, 2, 3, 6, 7, 10, 11, 14, 15, 0, 1, 4, 5, 8, 9,
+                                             12, 13, 2, 3, 6, 7, 10, 11, 14, 15);
+      for (; i + 16 <= frames; i += 16) {
+        const __m256i a = _mm256_permute4x64_epi64(_mm256_shuffle_epi8(load16(src + 2 * i), order), 0xd8);
+        const __m256i b = _mm256_permute4x64_epi64(_mm256_shuffle_epi8(load16(src + 2 * i + 16), order), 0xd8);
+        _mm256_storeu_si256(reinterpret_cast<__m256i *>(to[0] + i), _mm256_permute2x128_si256(a, b, 0x20));
+        _mm256_storeu_si256(reinterpret_cast<__m256i *>(to[1] + i), _mm256_permute2x128_si256(a, b, 0x31));
+      }
+    } else if (channels == 1) {
+      for (; i + 16 <= frames; i += 16) _mm256_storeu_si256(reinterpret_cast<__m256i *>(to[0] + i), load16(src + i));
+    }
+    if (i == frames) return;
+    int16_t *rest[RSMPL_HQ_MAX_CHANNELS];
+    for (uint32_t c = 0; c < channels; ++c) rest[c] = to[c] + i;
+    hq_direct_take_plain(src + size_t{i} * channels, channels, frames - i, rest);
+  }
+};
+
+constexpr HqDirectKernels kKernels = make_hq_direct_kernels<Avx2Dot16>();
+
+}  // namespace
+
+const HqDirectKernels *hq_direct_kernels_avx2() { return &kKernels; }
+
+}  // namespace rsmpl
