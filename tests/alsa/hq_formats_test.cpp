@@ -168,35 +168,91 @@ TEST(AlsaHqFormats, A24BitToneKeeps24BitQuality) {
   EXPECT_GE(10 * std::log10(amplitude * amplitude / 2 / (noise / n)), 140.0);
 }
 
-// The compound's options: dither takes a boolean; anything else, and a bad
-// value, fails the open with one report naming it, and nothing plays.
+snd_pcm_rate_info_t formats_info(snd_pcm_format_t in, snd_pcm_format_t out, unsigned channels) {
+  snd_pcm_rate_info_t i = rate_info(44100, 48000, channels, 1024, 1114);
+  i.in.format = in, i.out.format = out;
+  return i;
+}
+
+// The compound's options, by exact name: dither takes each spelling of a
+// boolean alsa-lib knows; a near name, another case, an empty value or a
+// compound where the boolean belongs fails the open with a report naming
+// the option, and nothing plays. Through the real alsa-lib and through the
+// entry alsa-lib calls with the converter's compound.
 TEST(AlsaHqFormats, OptionsAreTakenOrRefusedByName) {
+  const char *const dither_on = ", dither\n", *const dither_off = "S16_LE -> S16_LE\n";
   const struct {
     const char *options;
     bool opens;
     const char *named;  // in the report, or in the dump when it opens
   } cases[] = {
-      {"dither yes", true, ", dither"},  {"dither no", true, "S16_LE -> S16_LE\n"},
-      {"dither 1", true, ", dither"},    {"dither maybe", false, "dither"},
-      {"dither 2", false, "dither"},     {"quality 10", false, "quality"},
-      {"dither yes\nfilter x", false, "filter"},
+      {"dither yes", true, dither_on},      {"dither no", true, dither_off},
+      {"dither on", true, dither_on},       {"dither off", true, dither_off},
+      {"dither true", true, dither_on},     {"dither false", true, dither_off},
+      {"dither 1", true, dither_on},        {"dither 0", true, dither_off},
+      {"dither \"yes\"", true, dither_on},  {"", true, dither_off},
+      {"dither maybe", false, "dither"},    {"dither 2", false, "dither"},
+      {"dither \"\"", false, "dither"},     {"dither { a 1 }", false, "dither"},
+      {"dither [ yes ]", false, "dither"},  {"dithering yes", false, "dithering"},
+      {"dither2 on", false, "dither2"},     {"Dither yes", false, "Dither"},
+      {"quality 10", false, "quality"},     {"dither yes\nfilter x", false, "filter"},
   };
   for (const auto &c : cases) {
     SCOPED_TRACE(c.options);
     PipelineRequest r;
     r.in_rate = 44100, r.out_rate = 48000, r.channels = 2, r.converter = "skelda_hq", r.options = c.options;
+    // An empty row still goes through the compound form: `name` alone.
+    if (r.options.empty()) r.options = " ";
     ErrorCapture errors;
     const PipelineResult out = play_through_alsa(r, std::vector<int16_t>(2 * 4410, 1000));
+    auto reported = [&] {
+      bool named = false;
+      for (const auto &report : errors.reports()) named |= report.message.find(c.named) != std::string::npos;
+      return named;
+    };
     if (c.opens) {
       EXPECT_EQ(out.error, 0) << out.failed_call;
       EXPECT_NE(out.dump.find(c.named), std::string::npos) << out.dump;
+    } else {
+      EXPECT_NE(out.error, 0);
+      EXPECT_TRUE(out.bytes.empty());
+      EXPECT_TRUE(reported()) << "no report names " << c.named;
+    }
+
+    // The entry itself, given the compound as alsa-lib hands it over.
+    errors.clear();
+    const std::string text = std::string("converter { name \"skelda_hq\" ") + c.options + " }";
+    snd_config_t *top = nullptr, *compound = nullptr;
+    snd_input_t *in = nullptr;
+    ASSERT_EQ(snd_config_top(&top), 0);
+    ASSERT_EQ(snd_input_buffer_open(&in, text.c_str(), ssize_t(text.size())), 0);
+    const int loaded = snd_config_load(top, in);
+    snd_input_close(in);
+    ASSERT_EQ(loaded, 0);
+    ASSERT_EQ(snd_config_search(top, "converter", &compound), 0);
+    void *obj = nullptr;
+    snd_pcm_rate_ops_t ops{};
+    const int opened = _snd_pcm_rate_skelda_hq_open_conf(SND_PCM_RATE_PLUGIN_VERSION, &obj, &ops, compound);
+    snd_config_delete(top);
+    if (!c.opens) {
+      EXPECT_EQ(opened, -EINVAL);
+      EXPECT_EQ(obj, nullptr);
+      EXPECT_TRUE(reported()) << "no report names " << c.named;
       continue;
     }
-    EXPECT_NE(out.error, 0);
-    EXPECT_TRUE(out.bytes.empty());
-    bool named = false;
-    for (const auto &report : errors.reports()) named |= report.message.find(c.named) != std::string::npos;
-    EXPECT_TRUE(named) << "no report names " << c.named;
+    ASSERT_EQ(opened, 0);
+    snd_pcm_rate_info_t i = formats_info(SND_PCM_FORMAT_S16_LE, SND_PCM_FORMAT_S16_LE, 2);
+    EXPECT_EQ(ops.init(obj, &i), 0);
+    snd_output_t *dumped = nullptr;
+    snd_output_buffer_open(&dumped);
+    ops.dump(obj, dumped);
+    char *said = nullptr;
+    const size_t size = snd_output_buffer_string(dumped, &said);
+    const std::string dump(said, size);
+    snd_output_close(dumped);
+    EXPECT_NE(dump.find(c.named), std::string::npos) << dump;
+    ops.free(obj);
+    ops.close(obj);
   }
 }
 
@@ -211,12 +267,6 @@ struct Module {
     ops.close(obj);
   }
 };
-
-snd_pcm_rate_info_t formats_info(snd_pcm_format_t in, snd_pcm_format_t out, unsigned channels) {
-  snd_pcm_rate_info_t i = rate_info(44100, 48000, channels, 1024, 1114);
-  i.in.format = in, i.out.format = out;
-  return i;
-}
 
 // Protocol 0x010003: areas and the formats S16 and S32 either way; an older
 // one: interleaved S16 through convert_s16 (and nothing written past the
