@@ -55,7 +55,7 @@ Signal make_signal(Input input, unsigned rate, unsigned lower, unsigned channels
       q = std::clamp<int64_t>(q, -int64_t(scale), int64_t(scale) - 1);
       const float fv = float(v);
       s.floats.push_back(fv);
-      const double wide = input == kFloat ? std::round(double(fv) * 2147483648.0) : double(q << (32 - bits));
+      const double wide = input == kFloat ? std::round(double(fv) * 2147483648.0) : double(q * (int64_t{1} << (32 - bits)));
       s.ints.push_back(int32_t(std::clamp(wide, -2147483648.0, 2147483647.0)));
     }
   return s;
