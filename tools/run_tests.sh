@@ -13,7 +13,7 @@
 #  5. arm64 and armhf cross builds, their suites under qemu-user with the
 #     reduced workload (SKELDA_REDUCED=1; tests that need the build
 #     machine's aplay are not part of cross builds).
-# SKELDA_QUICK=1 runs step 1 only.
+# SKELDA_QUICK=1 runs steps 1 and 1a only.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
