@@ -14,6 +14,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
 #include <cstdlib>
 #include <memory>
 #include <string>
@@ -166,12 +167,19 @@ class ConvertTest : public ::testing::Test {
     dir_ = dir;
   }
   void TearDown() override { std::system(("rm -rf '" + dir_ + "'").c_str()); }
-  // Runs the tool; its exit status.
+  // Runs the tool; its exit status, and its summary line in summary_.
   int convert(const std::string &args, const std::string &in, const std::string &out) {
-    const std::string command = std::string(SKELDA_CONVERT) + " -q " + args + " '" + in + "' '" + out + "' >/dev/null";
+    const std::string said = dir_ + "/summary.txt";
+    const std::string command = std::string(SKELDA_CONVERT) + " -q " + args + " '" + in + "' '" + out + "' >" + said;
     const int status = std::system(command.c_str());
+    std::FILE *f = std::fopen(said.c_str(), "r");
+    char line[512] = "";
+    if (f != nullptr && std::fgets(line, sizeof line, f) == nullptr) line[0] = '\0';
+    if (f != nullptr) std::fclose(f);
+    summary_ = line;
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
   }
+  std::string summary_;
   std::string dir_;
 };
 
@@ -209,6 +217,11 @@ TEST_F(ConvertTest, HqFilesHoldTheResamplersSamples) {
         const std::string in = dir_ + "/in.wav", out = dir_ + "/out." + container.extension;
         ASSERT_EQ(write_input(in, input, pair.in_rate, channels, s), "");
         ASSERT_EQ(convert(args, in, out), 0);
+        // The summary names both depths.
+        EXPECT_NE(summary_.find(std::to_string(channels) + " ch, " + std::to_string(in_bits) + " bits"), std::string::npos)
+            << summary_;
+        EXPECT_NE(summary_.find(std::to_string(pair.out_rate) + " Hz, " + std::to_string(bits) + " bits"), std::string::npos)
+            << summary_;
         const Decoded d = read_output(out);
         EXPECT_EQ(d.info.format & SF_FORMAT_TYPEMASK, container.type);
         EXPECT_EQ(d.info.format & SF_FORMAT_SUBMASK,
