@@ -8,7 +8,9 @@
 // rounded to 16 bits. 16-bit, 24-bit and float files of odd channel counts,
 // gated tones near full scale that overshoot after filtering (so saturation
 // shows: it must clip, never wrap), several of the tool's 4096-frame blocks,
-// every --bits and dither setting, each container the manual names.
+// every --bits and dither setting, each container the manual names; and
+// the default path's limits: the lowest and highest rates and the most
+// channels convert, one past each is refused.
 #include <gtest/gtest.h>
 #include <sndfile.h>
 #include <unistd.h>
@@ -17,6 +19,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <memory>
 #include <string>
 #include <vector>
@@ -170,19 +173,25 @@ class ConvertTest : public ::testing::Test {
     dir_ = dir;
   }
   void TearDown() override { std::system(("rm -rf '" + dir_ + "'").c_str()); }
-  // Runs the tool; its exit status, and its summary line in summary_.
+  // Runs the tool; its exit status, its summary line in summary_ and the
+  // first line of its complaints in complaint_.
   int convert(const std::string &args, const std::string &in, const std::string &out) {
-    const std::string said = dir_ + "/summary.txt";
-    const std::string command = std::string(SKELDA_CONVERT) + " -q " + args + " '" + in + "' '" + out + "' >" + said;
+    const std::string said = dir_ + "/summary.txt", complained = dir_ + "/complaint.txt";
+    const std::string command = std::string(SKELDA_CONVERT) + " -q " + args + " '" + in + "' '" + out + "' >" +
+                                said + " 2>" + complained;
     const int status = std::system(command.c_str());
-    std::FILE *f = std::fopen(said.c_str(), "r");
+    summary_ = first_line(said);
+    complaint_ = first_line(complained);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  }
+  static std::string first_line(const std::string &path) {
+    std::FILE *f = std::fopen(path.c_str(), "r");
     char line[512] = "";
     if (f != nullptr && std::fgets(line, sizeof line, f) == nullptr) line[0] = '\0';
     if (f != nullptr) std::fclose(f);
-    summary_ = line;
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return line;
   }
-  std::string summary_;
+  std::string summary_, complaint_;
   std::string dir_;
 };
 
@@ -245,6 +254,44 @@ TEST_F(ConvertTest, DefaultPathFilesHoldTheResamplersSamples) {
       }
   // The signals reach full scale after filtering, so a wrap would show.
   EXPECT_GE(clipped_rows, row / 2);
+}
+
+// The default path's limits: the lowest rate up to the highest and back,
+// and the most channels, hold the resampler's samples; a rate or a channel
+// past them is refused with status 3 and a message naming the limit, and
+// leaves no file behind.
+TEST_F(ConvertTest, DefaultPathConvertsToItsLimitsAndRefusesPastThem) {
+  const unsigned lo = RSMPL_HQ_RATE_MIN, hi = RSMPL_HQ_RATE_MAX, most = RSMPL_HQ_MAX_CHANNELS;
+  const struct {
+    unsigned in_rate, out_rate, channels;
+    const char *refusal;  // null: converts
+  } cases[] = {
+      {lo, hi, 1, nullptr},          {hi, lo, 2, nullptr},
+      {8000, 44100, most, nullptr},  {8000, 44100, most + 1, "at most 64"},
+      {lo - 1, 48000, 1, "4000..768000"}, {48000, lo - 1, 1, "4000..768000"},
+      {hi + 1, 48000, 1, "4000..768000"}, {48000, hi + 1, 1, "4000..768000"},
+  };
+  for (const auto &c : cases) {
+    SCOPED_TRACE(::testing::Message() << c.in_rate << " -> " << c.out_rate << ", " << c.channels << " channels");
+    const Signal s = make_signal(kPcm16, c.in_rate, std::min(c.in_rate, c.out_rate), c.channels);
+    const std::string in = dir_ + "/in.wav", out = dir_ + "/out.wav";
+    ASSERT_EQ(write_input(in, kPcm16, c.in_rate, c.channels, s), "");
+    const int status = convert("-r " + std::to_string(c.out_rate), in, out);
+    if (c.refusal != nullptr) {
+      EXPECT_EQ(status, 3);
+      EXPECT_NE(complaint_.find(c.refusal), std::string::npos) << complaint_;
+      size_t files = 0;  // in.wav and the two the tool's streams went to
+      for (const auto &entry : std::filesystem::directory_iterator(dir_)) files += entry.is_regular_file();
+      EXPECT_EQ(files, 3u) << "left behind by a refusal";
+      continue;
+    }
+    ASSERT_EQ(status, 0) << complaint_;
+    const Decoded d = read_output(out);
+    ASSERT_EQ(d.info.channels, int(c.channels));
+    ASSERT_EQ(size_t(d.info.frames), owed(c.in_rate, c.out_rate));
+    EXPECT_TRUE(d.samples == hq_reference(s.ints, c.channels, c.in_rate, c.out_rate, 16, true));
+    std::filesystem::remove(out);
+  }
 }
 
 // --fir (the skelda converter): 16-bit input as it is, deeper input rounded
