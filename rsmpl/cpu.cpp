@@ -18,31 +18,6 @@
 namespace rsmpl {
 namespace {
 
-// Every x86-64 CPU has SSE2; AVX2 is asked of the CPU. Every arm64 CPU has
-// NEON; on 32-bit ARM the kernel reports it in the auxiliary vector.
-bool runs(Isa isa) {
-  switch (isa) {
-    case kIsaScalar:
-      return true;
-#if defined(SKELDA_ARCH_X86)
-    case kIsaSse2:
-      return true;
-    case kIsaAvx2:
-      return __builtin_cpu_supports("avx2");
-#endif
-#if defined(SKELDA_ARCH_ARM)
-    case kIsaNeon:
-#if defined(__aarch64__)
-      return true;
-#else
-      return (getauxval(AT_HWCAP) & HWCAP_NEON) != 0;
-#endif
-#endif
-    default:
-      return false;
-  }
-}
-
 // Each set is made on first use, so no other static initialiser can see it
 // unmade.
 const KernelSet *built(Isa isa) {
@@ -72,11 +47,7 @@ const KernelSet *built(Isa isa) {
   }
 }
 
-const KernelSet *fastest() {
-  for (int isa = kIsaCount - 1; isa > kIsaScalar; --isa)
-    if (const KernelSet *set = kernel_set(static_cast<Isa>(isa))) return set;
-  return built(kIsaScalar);
-}
+const KernelSet *fastest() { return built(fastest_isa(cpu_features())); }
 
 // A relaxed atomic: the sets are constant data, so any thread may see either
 // pointer while a benchmark swaps them, and each gives the same samples.
@@ -87,7 +58,49 @@ std::atomic<const KernelSet *> &active() {
 
 }  // namespace
 
-const KernelSet *kernel_set(Isa isa) { return runs(isa) ? built(isa) : nullptr; }
+CpuFeatures cpu_features() {
+  CpuFeatures f{};
+#if defined(SKELDA_ARCH_X86)
+  f.avx2 = __builtin_cpu_supports("avx2");
+#endif
+#if defined(SKELDA_ARCH_ARM) && !defined(__aarch64__)
+  f.neon = (getauxval(AT_HWCAP) & HWCAP_NEON) != 0;
+#endif
+  return f;
+}
+
+// Every x86-64 CPU has SSE2; AVX2 is the CPU's to report. Every arm64 CPU
+// has NEON; on 32-bit ARM the kernel reports it in the auxiliary vector.
+bool cpu_runs([[maybe_unused]] const CpuFeatures &features, Isa isa) {
+  switch (isa) {
+    case kIsaScalar:
+      return true;
+#if defined(SKELDA_ARCH_X86)
+    case kIsaSse2:
+      return true;
+    case kIsaAvx2:
+      return features.avx2;
+#endif
+#if defined(SKELDA_ARCH_ARM)
+    case kIsaNeon:
+#if defined(__aarch64__)
+      return true;
+#else
+      return features.neon;
+#endif
+#endif
+    default:
+      return false;
+  }
+}
+
+Isa fastest_isa(const CpuFeatures &features) {
+  for (int isa = kIsaCount - 1; isa > kIsaScalar; --isa)
+    if (cpu_runs(features, static_cast<Isa>(isa))) return static_cast<Isa>(isa);
+  return kIsaScalar;
+}
+
+const KernelSet *kernel_set(Isa isa) { return cpu_runs(cpu_features(), isa) ? built(isa) : nullptr; }
 
 const KernelSet &active_kernels() { return *active().load(std::memory_order_relaxed); }
 

@@ -23,6 +23,22 @@ struct KernelSet {
   const HqDirectKernels *hq_direct;
 };
 
+// What the choice of build depends on: the extensions a CPU reports beyond
+// its architecture's baseline (SSE2 on x86-64, NEON on arm64).
+struct CpuFeatures {
+  bool avx2;  // x86-64
+  bool neon;  // 32-bit ARM
+};
+
+// The running CPU's.
+CpuFeatures cpu_features();
+
+// Whether a CPU with `features` runs this binary's build for `isa` (false for
+// a build this binary does not hold), and the fastest build it runs: what
+// the engine picks on such a CPU.
+bool cpu_runs(const CpuFeatures &features, Isa isa);
+Isa fastest_isa(const CpuFeatures &features);
+
 // The build for `isa`, or null when this binary holds none or this CPU cannot
 // run it. kIsaScalar is always there.
 const KernelSet *kernel_set(Isa isa);

@@ -6,7 +6,7 @@ set -euo pipefail
 
 packages=(cmake ninja-build g++ clang pkg-config libasound2-dev alsa-utils sox
           libgtest-dev libbenchmark-dev libasound2-plugins libsndfile1-dev valgrind
-          libsoxr-dev cloc)
+          libsoxr-dev cloc qemu-user)
 missing=()
 for p in "${packages[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")

@@ -161,8 +161,9 @@ struct Converter {
   void *obj = nullptr;
   snd_pcm_rate_ops_t ops{};
   unsigned channels = 1;  // of the last start
-  explicit Converter(int (*open)(unsigned, void **, snd_pcm_rate_ops_t *) = _snd_pcm_rate_skelda_hq_open) {
-    EXPECT_EQ(open(SND_PCM_RATE_PLUGIN_VERSION, &obj, &ops), 0);
+  explicit Converter(int (*open)(unsigned, void **, snd_pcm_rate_ops_t *) = _snd_pcm_rate_skelda_hq_open,
+                     unsigned version = SND_PCM_RATE_PLUGIN_VERSION) {
+    EXPECT_EQ(open(version, &obj, &ops), 0);
   }
   ~Converter() {  // as alsa-lib ends a stream: hw_free, then close
     ops.free(obj);
@@ -282,48 +283,52 @@ TEST(HqModuleOps, RefusalsReturnAnErrorAndSayWhy) {
 // exactly that (each phase passes DC unchanged), also those a short input
 // leaves to repeat the last frame made; with no input they are silence. A
 // count that does not convert exactly is reported once. The frame counts
-// alsa-lib asks for go by the periods' ratio, rounded to nearest.
+// alsa-lib asks for go by the periods' ratio, rounded to nearest. On areas
+// and, for an older alsa-lib, through convert_s16.
 TEST(HqModuleOps, ConvertWritesExactlyTheRoomGivenAndOnlyWhenSetUp) {
-  Converter hq;
-  const int16_t guard = 0x7A5A;
-  unsigned channels = 8;
-  auto convert = [&](unsigned src_frames, unsigned dst_frames) {
-    std::vector<int16_t> src(size_t(src_frames) * channels), dst((dst_frames + 128) * channels, guard);
-    for (size_t i = 0; i < src.size(); ++i) src[i] = int16_t(1000 * (1 + i % channels));
-    hq.convert(dst, dst_frames, src, src_frames, 64 * channels);
-    return dst;
-  };
-  auto written = [&](const std::vector<int16_t> &dst) {
-    const auto body = dst.begin() + 64 * channels, tail = dst.end() - 64 * channels;
-    EXPECT_TRUE(std::all_of(dst.begin(), body, [&](int16_t v) { return v == guard; }) &&
-                std::all_of(tail, dst.end(), [&](int16_t v) { return v == guard; }));
-    return size_t(std::count_if(body, tail, [&](int16_t v) { return v != guard; }));
-  };
-  hq.ops.reset(hq.obj);
-  EXPECT_EQ(written(convert(1024, 1114)), 0u) << "before init";
-  ErrorCapture errors;
-  ASSERT_EQ(hq.start(rate_info(44100, 48000, channels, 1024, 1114)), 0);
-  EXPECT_TRUE(hq.ops.output_frames(hq.obj, 1024) == 1114 && hq.ops.input_frames(hq.obj, 1114) == 1024 &&
-              hq.ops.output_frames(hq.obj, 256) == 279 && hq.ops.input_frames(hq.obj, 1) == 1);  // 278.5, 0.92
-  const unsigned calls[][3] = {{1024, 1114, 2}, {10, 5000, 1}, {5000, 10, 2}, {0, 1114, 0}, {1024, 0, 2}, {1, 1, 2}};
-  for (const auto &c : calls) {  // c[2]: 1 DC throughout, 0 silence, 2 unchecked
-    const auto dst = convert(c[0], c[1]);
-    EXPECT_EQ(written(dst), size_t(c[1]) * channels) << c[0] << " -> " << c[1];
-    for (size_t i = 64 * channels; c[2] < 2 && i < (64 + c[1]) * channels; ++i)
-      ASSERT_EQ(dst[i], c[2] * 1000 * (1 + int(i % channels))) << "frame " << i / channels - 64;
+  for (unsigned version : {unsigned{SND_PCM_RATE_PLUGIN_VERSION}, 0x010002u}) {
+    SCOPED_TRACE(version);
+    Converter hq(_snd_pcm_rate_skelda_hq_open, version);
+    const int16_t guard = 0x7A5A;
+    unsigned channels = 8;
+    auto convert = [&](unsigned src_frames, unsigned dst_frames) {
+      std::vector<int16_t> src(size_t(src_frames) * channels), dst((dst_frames + 128) * channels, guard);
+      for (size_t i = 0; i < src.size(); ++i) src[i] = int16_t(1000 * (1 + i % channels));
+      hq.convert(dst, dst_frames, src, src_frames, 64 * channels);
+      return dst;
+    };
+    auto written = [&](const std::vector<int16_t> &dst) {
+      const auto body = dst.begin() + 64 * channels, tail = dst.end() - 64 * channels;
+      EXPECT_TRUE(std::all_of(dst.begin(), body, [&](int16_t v) { return v == guard; }) &&
+                  std::all_of(tail, dst.end(), [&](int16_t v) { return v == guard; }));
+      return size_t(std::count_if(body, tail, [&](int16_t v) { return v != guard; }));
+    };
+    hq.ops.reset(hq.obj);
+    EXPECT_EQ(written(convert(1024, 1114)), 0u) << "before init";
+    ErrorCapture errors;
+    ASSERT_EQ(hq.start(rate_info(44100, 48000, channels, 1024, 1114)), 0);
+    EXPECT_TRUE(hq.ops.output_frames(hq.obj, 1024) == 1114 && hq.ops.input_frames(hq.obj, 1114) == 1024 &&
+                hq.ops.output_frames(hq.obj, 256) == 279 && hq.ops.input_frames(hq.obj, 1) == 1);  // 278.5, 0.92
+    const unsigned calls[][3] = {{1024, 1114, 2}, {10, 5000, 1}, {5000, 10, 2}, {0, 1114, 0}, {1024, 0, 2}, {1, 1, 2}};
+    for (const auto &c : calls) {  // c[2]: 1 DC throughout, 0 silence, 2 unchecked
+      const auto dst = convert(c[0], c[1]);
+      EXPECT_EQ(written(dst), size_t(c[1]) * channels) << c[0] << " -> " << c[1];
+      for (size_t i = 64 * channels; c[2] < 2 && i < (64 + c[1]) * channels; ++i)
+        ASSERT_EQ(dst[i], c[2] * 1000 * (1 + int(i % channels))) << "frame " << i / channels - 64;
+    }
+    EXPECT_EQ(errors.reports().size(), 1u);
+    hq.ops.free(hq.obj);
+    EXPECT_EQ(written(convert(1024, 1114)), 0u) << "after free";
+    hq.ops.free(hq.obj);
+    // Set up again after a smaller state, for more channels and outputs.
+    ASSERT_EQ(hq.start(rate_info(8000, 8000, 1, 1000, 1000)), 0);
+    ASSERT_EQ(hq.start(rate_info(8000, 192000, 8, 1000, 24000)), 0);
+    EXPECT_EQ(written(convert(1000, 24000)), 24000u * 8);
+    channels = 2;
+    ASSERT_EQ(hq.start(rate_info(192000, 8000, 2, 24000, 1000)), 0);
+    EXPECT_EQ(written(convert(24000, 1000)), 1000u * 2);
+    EXPECT_EQ(errors.reports().size(), 1u);
   }
-  EXPECT_EQ(errors.reports().size(), 1u);
-  hq.ops.free(hq.obj);
-  EXPECT_EQ(written(convert(1024, 1114)), 0u) << "after free";
-  hq.ops.free(hq.obj);
-  // Set up again after a smaller state, for more channels and outputs.
-  ASSERT_EQ(hq.start(rate_info(8000, 8000, 1, 1000, 1000)), 0);
-  ASSERT_EQ(hq.start(rate_info(8000, 192000, 8, 1000, 24000)), 0);
-  EXPECT_EQ(written(convert(1000, 24000)), 24000u * 8);
-  channels = 2;
-  ASSERT_EQ(hq.start(rate_info(192000, 8000, 2, 24000, 1000)), 0);
-  EXPECT_EQ(written(convert(24000, 1000)), 1000u * 2);
-  EXPECT_EQ(errors.reports().size(), 1u);
 }
 
 // skelda's FIR stream leaves the resampler (taken on periods that do not

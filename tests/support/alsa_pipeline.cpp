@@ -28,9 +28,16 @@ void run(const PipelineRequest &r, const FrameSource &produce, const std::string
   const std::string converter = r.options.empty()
                                     ? "\"" + r.converter + "\""
                                     : "{ name \"" + r.converter + "\" " + r.options + " }";
-  const std::string text = "pcm.under_test { type rate converter " + converter +
-                           " slave { pcm { type file slave.pcm { type null } file \"" + path +
-                           "\" format raw } rate " + std::to_string(r.out_rate) + " format " +
+  std::string device = "{ type file slave.pcm { type null } file \"" + path + "\" format raw }";
+  if (r.device_channels != 0) {
+    std::string bindings;
+    for (size_t c = 0; c < r.device_slots.size(); ++c)
+      bindings += " bindings." + std::to_string(c) + " { slave a channel " + std::to_string(r.device_slots[c]) + " }";
+    device = "{ type multi slaves.a { pcm " + device + " channels " + std::to_string(r.device_channels) + " }" +
+             bindings + " }";
+  }
+  const std::string text = "pcm.under_test { type rate converter " + converter + " slave { pcm " + device +
+                           " rate " + std::to_string(r.out_rate) + " format " +
                            snd_pcm_format_name(r.slave_format) + " } }";
   snd_config_t *top = nullptr;
   snd_input_t *in = nullptr;

@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
 // Plays audio through the real alsa-lib: a `rate` PCM with a chosen
 // converter (and its options) over a `file` PCM on a `null` slave in a
-// chosen format, and returns what the converter produced.
+// chosen format (or over some channels of a wider one), and returns what the
+// converter produced.
 #ifndef SKELDA_TESTS_ALSA_PIPELINE_H
 #define SKELDA_TESTS_ALSA_PIPELINE_H
 
@@ -24,6 +25,12 @@ struct PipelineRequest {
   snd_pcm_format_t format = SND_PCM_FORMAT_S16_LE;        // the client's
   snd_pcm_format_t slave_format = SND_PCM_FORMAT_S16_LE;  // the device's
   bool noninterleaved = false;  // the client writes one buffer per channel
+  // When nonzero, the device has this many channels and the converter's
+  // channel c goes to device channel device_slots[c], through a `multi`
+  // PCM: alsa-lib then hands the converter areas whose step is the
+  // device's frame. `bytes` of the result holds the device's frames.
+  unsigned device_channels = 0;
+  std::vector<unsigned> device_slots;
   // Options in the converter's compound (`converter { name "..." <options> }`);
   // empty: the converter by its plain name.
   std::string options;

@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: MIT
-# The offline converter: good conversions have the right length, depth and format
-# (the high-quality resampler by default, at any rates from 4000 to 768000 Hz
-# and up to 64 channels), the --fir path matches what aplay through alsa-lib
+# The offline converter: good conversions of --fir and --sinc have the right
+# length and format, the --fir path matches what aplay through alsa-lib
 # produced, and every bad input ends with a clear message, its own exit
-# status and no output file.
+# status and no output file. The default path (the high-quality resampler),
+# its limits, and the depths of it and of --fir: tests/tools/convert_test.cpp.
 #   offline_converter.sh BUILD_DIR
 set -uo pipefail
 build=$1
@@ -25,11 +25,6 @@ sox -q -n -r 48000 -c 6 -b 16 "$work/six.wav" synth 0.1 sine 500
 sox -q -n -r 96000 -c 1 -b 16 "$work/hi.wav" synth 0.5 sine 500
 head -c 5000 /dev/urandom >"$work/garbage.wav"
 sox -q -D -n -r 44100 -c 2 -b 24 "$work/deep.wav" synth 1 sine 997 sine 3001 vol 0.89
-sox -q -D -n -r 44100 -c 1 -e floating-point -b 32 "$work/float.wav" synth 0.5 sine 997 vol 0.5
-sox -q -n -r 4000 -c 1 -b 16 "$work/low.wav" synth 0.25 sine 997 vol 0.5
-sox -q -n -r 3999 -c 1 -b 16 "$work/too_low.wav" synth 0.1 sine 997 vol 0.5
-sox -q -n -r 8000 -c 64 -b 16 "$work/c64.wav" synth 0.05 sine 500 vol 0.5
-sox -q -n -r 8000 -c 65 -b 16 "$work/c65.wav" synth 0.05 sine 500 vol 0.5
 
 # Good conversions: length is the input's duration at the new rate.
 expect_frames() {  # out.wav frames
@@ -44,39 +39,6 @@ check "flac out" bash -c "soxi -t '$work/c.flac' | grep -q flac"
 check "fir up length" expect_frames "$work/c.flac" 48000
 check "sinc 96000->44100" "$convert" -q --sinc -r 44100 "$work/hi.wav" "$work/d.wav" >/dev/null
 check "sinc length" expect_frames "$work/d.wav" 22050
-check "default 96000->44100" "$convert" -q -r 44100 "$work/hi.wav" "$work/d2.wav" >/dev/null
-check "default length" expect_frames "$work/d2.wav" 22050
-check "4000->768000" "$convert" -q -r 768000 "$work/low.wav" "$work/l.wav" >/dev/null
-check "4000->768000 length" expect_frames "$work/l.wav" 192000
-check "768000->4000" "$convert" -q -r 4000 "$work/l.wav" "$work/l2.wav" >/dev/null
-check "768000->4000 length" expect_frames "$work/l2.wav" 1000
-check "64 channels" "$convert" -q -r 44100 "$work/c64.wav" "$work/c64o.wav" >/dev/null
-check "64 channels out" [ "$(soxi -c "$work/c64o.wav")" = 64 ]
-check "six channels" "$convert" -q -r 44100 "$work/six.wav" "$work/six_o.wav" >/dev/null
-
-# Depth: the input's (float gives 32 bits, FLAC at most 24), or --bits.
-depth() { [ "$(soxi -b "$1")" = "$2" ] && [ "$(soxi -s "$1")" = "$3" ]; }
-check "24-bit in, --hq" "$convert" -q --hq -r 48000 "$work/deep.wav" "$work/e.wav" >/dev/null
-check "24-bit out" depth "$work/e.wav" 24 48000
-check "float in, --hq" "$convert" -q --hq -r 48000 "$work/float.wav" "$work/f.wav" >/dev/null
-check "32-bit out" depth "$work/f.wav" 32 24000
-check "float in, FLAC out" "$convert" -q --hq -r 48000 "$work/float.wav" "$work/f.flac" >/dev/null
-check "24-bit FLAC out" depth "$work/f.flac" 24 24000
-check "24-bit in, --fir" "$convert" -q --fir -r 48000 "$work/deep.wav" "$work/g.wav" >/dev/null
-check "24-bit out of the 16-bit path" depth "$work/g.wav" 24 48000
-# Down to 16 bits: dithered by default, the same on every run; --no-dither
-# rounds, and differs.
-for name in h1 h2; do "$convert" -q --hq -b 16 -r 48000 "$work/deep.wav" "$work/$name.wav" >/dev/null; done
-"$convert" -q --hq -b 16 --no-dither -r 48000 "$work/deep.wav" "$work/h3.wav" >/dev/null
-check "16-bit out" depth "$work/h1.wav" 16 48000
-check "dither reproducible" cmp -s "$work/h1.wav" "$work/h2.wav"
-check "dither differs from rounding" bash -c "! cmp -s '$work/h1.wav' '$work/h3.wav'"
-# Bits below the 16th: carried through --hq, none out of the 16-bit path.
-below16() {  # file: how many samples have any of bits 8..15 set (as S32)
-  sox "$1" -t s32 - | od -An -v -tx4 | awk '{ for (i = 1; i <= NF; i++) if (substr($i, 5, 2) != "00") n++ } END { print n + 0 }'
-}
-check "24 bits carried by --hq" [ "$(below16 "$work/e.wav")" -gt 10000 ]
-check "16 bits out of the 16-bit path" [ "$(below16 "$work/g.wav")" = 0 ]
 
 # The FIR path is the code alsa-lib runs: aplay's output (minus the silence
 # its drain appends) is the same stream, sample for sample.
@@ -100,11 +62,8 @@ bad() {  # name status message-pattern args...
 bad "missing input" 2 "cannot read" -r 48000 "$work/nope.wav" "$work/x.wav"
 bad "garbage input" 2 "cannot read" -r 48000 "$work/garbage.wav" "$work/x.wav"
 bad "six channels, --fir" 3 "at most four" --fir -r 44100 "$work/six.wav" "$work/x.wav"
-bad "65 channels" 3 "at most 64" -r 44100 "$work/c65.wav" "$work/x.wav"
 bad "rate out of range, --fir" 3 "8000..48000" --fir -r 44100 "$work/hi.wav" "$work/x.wav"
 bad "output rate out of range, --fir" 3 "8000..48000" --fir -r 96000 "$work/stereo.wav" "$work/x.wav"
-bad "input rate 3999" 3 "4000..768000" -r 48000 "$work/too_low.wav" "$work/x.wav"
-bad "output rate 768001" 3 "4000..768000" -r 768001 "$work/stereo.wav" "$work/x.wav"
 bad "sinc ratio" 3 "1/8..8" --sinc -r 4000 "$work/hi.wav" "$work/x.wav"
 bad "unwritable output" 4 "cannot write" -r 48000 "$work/stereo.wav" "$work/no/such/dir/x.wav"
 bad "bad option" 1 "unknown option" --frobnicate "$work/stereo.wav" "$work/x.wav"
