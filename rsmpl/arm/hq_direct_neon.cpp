@@ -23,6 +23,7 @@ inline int32x4_t mla8(int32x4_t acc, int16x8_t x, int16x8_t c) {
 }
 
 struct NeonDot16 {
+  static constexpr uint32_t kLanes = 0;  // no lane kernel: outputs one at a time
   HQ_DIRECT_INLINE static void dots(const int16_t *x, size_t xstride, uint32_t rows, const uint8_t *row, uint32_t taps, int32_t *y,
                    size_t ystride) {
     const int16_t *hi = reinterpret_cast<const int16_t *>(row);

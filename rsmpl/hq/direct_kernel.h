@@ -22,9 +22,10 @@ inline int32_t hq_direct_clamp(int64_t v) {
   return static_cast<int32_t>(v > (1 << 30) - 1 ? (1 << 30) - 1 : v < -(1 << 30) ? -(1 << 30) : v);
 }
 
-// A row's sums to an output: (hi 2^7 + lo + 2^5) >> 6, clamped.
+// A row's sums to an output: (hi 2^7 + lo + 2^5) >> 6, which is 2 hi +
+// ((lo + 2^5) >> 6), clamped.
 inline int32_t hq_direct_output(int32_t sum_hi, int32_t sum_lo) {
-  return hq_direct_clamp((int64_t{sum_hi} * (1 << kHqDirectShift) + sum_lo + 32) >> 6);
+  return hq_direct_clamp(2 * int64_t{sum_hi} + ((int64_t{sum_lo} + 32) >> 6));
 }
 
 // The position i + r / den exactly.
@@ -43,6 +44,76 @@ inline const uint8_t *hq_direct_row_at(const HqDirectJob &job, uint32_t r, uint6
     job.made[r >> 5] |= bit;
   }
   return row;
+}
+
+// Exact rows: the position is i + r / den, and the step a whole number of
+// 1/den, so r steps by itself; the position is rebuilt at the end. Taps:
+// the design's, or 0 to read them from it.
+template <class Dot16, uint32_t Taps>
+uint32_t hq_direct_exact(HqDirectJob *job) {
+  const uint32_t taps = Taps != 0 ? Taps : job->design->taps, channels = job->channels, room = job->room;
+  const int16_t *const x = job->x;
+  const int64_t from = job->base + (taps - 1);
+  const size_t xstride = job->xstride, ystride = job->ystride;
+  const int64_t end = job->end;
+  const HqStep step = job->step;
+  int32_t *const y = job->y;
+  const uint64_t den = step.den;
+  const uint32_t dr = static_cast<uint32_t>(((uint64_t{step.sf} * den + step.se) >> 32));
+  const uint32_t di = step.si;
+  uint32_t r = static_cast<uint32_t>((uint64_t{job->pos.f} * den + job->pos.e) >> 32), last_r = 0;
+  int64_t i = job->pos.i, last_i = 0;
+  uint32_t made = 0;
+  // Ratios of small terms that step one or two input frames per L outputs:
+  // a build with a lane kernel makes Dot16::kLanes outputs of one fraction
+  // at once, one to a lane, windows M apart, through the L fractions in
+  // turn: a block of kLanes L outputs, after which the position has moved
+  // on kLanes M frames and r is as it was.
+  if constexpr (Dot16::kLanes != 0) {
+    const uint64_t m = uint64_t{di} * den + dr;
+    if (den <= 8 && (m == 1 || m == 2)) {
+      const uint32_t lanes = Dot16::kLanes, block = lanes * static_cast<uint32_t>(den);
+      // The block's last output stands lanes M - (r < M) frames on.
+      const int64_t reach = static_cast<int64_t>(lanes * m) - (r < m ? 1 : 0);
+      while (room - made >= block && i + reach < end) {
+        int64_t it = i;
+        uint32_t rt = r;
+        for (uint32_t t = 0; t < den; ++t) {
+          Dot16::lanes(x + (it - from), xstride, channels, hq_direct_row_at(*job, rt, den), taps,
+                       static_cast<uint32_t>(m), y + made + t, ystride, static_cast<uint32_t>(den));
+          it += di;
+          rt += dr;
+          if (rt >= den) {
+            rt -= static_cast<uint32_t>(den);
+            ++it;
+          }
+        }
+        made += block;
+        i += lanes * m;
+      }
+      if (made != 0) {
+        // The last output made: one step back from the next.
+        last_i = i - di - (r < dr ? 1 : 0);
+        last_r = r < dr ? r + static_cast<uint32_t>(den) - dr : r - dr;
+      }
+    }
+  }
+  for (; made < room && i < end; ++made) {
+    Dot16::dots(x + (i - from), xstride, channels, hq_direct_row_at(*job, r, den), taps, y + made, ystride);
+    last_i = i;
+    last_r = r;
+    i += di;
+    r += dr;
+    if (r >= den) {
+      r -= static_cast<uint32_t>(den);
+      ++i;
+    }
+  }
+  if (made != 0) {
+    job->pos = hq_at_fraction(i, r, den);
+    job->last = hq_at_fraction(last_i, last_r, den);
+  }
+  return made;
 }
 
 template <class Dot16>
@@ -72,29 +143,12 @@ uint32_t hq_direct_pass(HqDirectJob *job) {
   }
   uint32_t made = 0;
   if (job->exact != 0) {
-    // Exact rows: the position is i + r / den, and the step a whole number
-    // of 1/den, so r steps by itself; the position is rebuilt at the end.
-    const uint64_t den = step.den;
-    const uint32_t dr = static_cast<uint32_t>(((uint64_t{step.sf} * den + step.se) >> 32));
-    const uint32_t di = step.si;
-    uint32_t r = static_cast<uint32_t>((uint64_t{pos.f} * den + pos.e) >> 32), last_r = 0;
-    int64_t i = pos.i, last_i = 0;
-    for (; made < room && i < end; ++made) {
-      Dot16::dots(x + (i - from), xstride, channels, hq_direct_row_at(*job, r, den), taps, y + made, ystride);
-      last_i = i;
-      last_r = r;
-      i += di;
-      r += dr;
-      if (r >= den) {
-        r -= static_cast<uint32_t>(den);
-        ++i;
-      }
+    // The common lengths with the length known to the compiler.
+    switch (taps) {
+      case 64: return hq_direct_exact<Dot16, 64>(job);
+      case 72: return hq_direct_exact<Dot16, 72>(job);
+      default: return hq_direct_exact<Dot16, 0>(job);
     }
-    if (made != 0) {
-      job->pos = hq_at_fraction(i, r, den);
-      job->last = hq_at_fraction(last_i, last_r, den);
-    }
-    return made;
   } else {
     // Between grid rows q and q + 1, at w (Q31) of the way.
     const uint32_t g = d.grid_bits;

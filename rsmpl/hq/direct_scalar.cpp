@@ -7,6 +7,7 @@ namespace rsmpl {
 namespace {
 
 struct PlainDot16 {
+  static constexpr uint32_t kLanes = 0;  // no lane kernel: outputs one at a time
   HQ_DIRECT_INLINE static void dots(const int16_t *x, size_t xstride, uint32_t rows, const uint8_t *row, uint32_t taps, int32_t *y,
                    size_t ystride) {
     hq_direct_dots_plain(x, xstride, rows, row, taps, y, ystride);

@@ -5,6 +5,8 @@
 // lines sixteen at a time.
 #include <immintrin.h>
 
+#include <cstring>
+
 #include "rsmpl/hq/direct_kernel.h"
 #include "skelda/rsmpl_hq.h"
 
@@ -21,7 +23,74 @@ inline __m128i reduce4(__m256i h0, __m256i l0, __m256i h1, __m256i l1) {
   return _mm_add_epi32(_mm256_castsi256_si128(c), _mm256_extracti128_si256(c, 1));
 }
 
+// Eight outputs' final values: 2 hi + ((lo + 2^5) >> 6), clamped.
+inline __m256i outputs8(__m256i h, __m256i l) {
+  const __m256i v = _mm256_add_epi32(_mm256_add_epi32(h, h), _mm256_srai_epi32(_mm256_add_epi32(l, _mm256_set1_epi32(32)), 6));
+  return _mm256_max_epi32(_mm256_min_epi32(v, _mm256_set1_epi32((1 << 30) - 1)), _mm256_set1_epi32(-(1 << 30)));
+}
+
+// Lanes 0..7 of v to y[lane[k] spacing].
+inline void scatter8(__m256i v, const int *lane, int32_t *y, uint32_t spacing) {
+  alignas(32) int32_t t[8];
+  _mm256_store_si256(reinterpret_cast<__m256i *>(t), v);
+  for (int k = 0; k < 8; ++k) y[size_t(lane[k]) * spacing] = t[k];
+}
+
 struct Avx2Dot16 {
+  static constexpr uint32_t kLanes = 16;
+
+  // Outputs j = 0 .. 15 of one row, windows m frames apart from x, to y[j
+  // spacing], per channel: each lane sums its own output, tap pairs (k, k +
+  // 1) against the pair of samples its window has there (m = 2: a load
+  // holds eight lanes' pairs; m = 1: two loads one frame apart,
+  // interleaved, hold sixteen).
+  HQ_DIRECT_INLINE static void lanes(const int16_t *x, size_t xstride, uint32_t channels, const uint8_t *row,
+                                     uint32_t taps, uint32_t m, int32_t *y, size_t ystride, uint32_t spacing) {
+    const int16_t *hi = reinterpret_cast<const int16_t *>(row);
+    alignas(32) int16_t lo[kHqDirectTapsMost];
+    for (uint32_t k = 0; k < taps; k += 8)
+      _mm_store_si128(reinterpret_cast<__m128i *>(lo + k),
+                      _mm_cvtepu8_epi16(_mm_loadl_epi64(reinterpret_cast<const __m128i *>(row + 2 * size_t{taps} + k))));
+    auto pair = [](const int16_t *p) {
+      int32_t v;
+      std::memcpy(&v, p, 4);
+      return _mm256_set1_epi32(v);
+    };
+    static const int kOrder2[16] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};
+    static const int kOrderA[8] = {0, 1, 2, 3, 8, 9, 10, 11}, kOrderB[8] = {4, 5, 6, 7, 12, 13, 14, 15};
+    for (uint32_t c = 0; c < channels; ++c) {
+      const int16_t *xc = x + c * xstride;
+      int32_t *yc = y + c * ystride;
+      if (m == 2) {
+        // Lanes j and j + 8 from loads 16 samples apart.
+        __m256i h0 = _mm256_setzero_si256(), l0 = h0, h1 = h0, l1 = h0;
+        for (uint32_t k = 0; k < taps; k += 2) {
+          const __m256i a = load16(xc + k), b = load16(xc + k + 16);
+          const __m256i ph = pair(hi + k), pl = pair(lo + k);
+          h0 = _mm256_add_epi32(h0, _mm256_madd_epi16(a, ph));
+          l0 = _mm256_add_epi32(l0, _mm256_madd_epi16(a, pl));
+          h1 = _mm256_add_epi32(h1, _mm256_madd_epi16(b, ph));
+          l1 = _mm256_add_epi32(l1, _mm256_madd_epi16(b, pl));
+        }
+        scatter8(outputs8(h0, l0), kOrder2, yc, spacing);
+        scatter8(outputs8(h1, l1), kOrder2 + 8, yc, spacing);
+      } else {
+        __m256i h0 = _mm256_setzero_si256(), l0 = h0, h1 = h0, l1 = h0;
+        for (uint32_t k = 0; k < taps; k += 2) {
+          const __m256i v0 = load16(xc + k), v1 = load16(xc + k + 1);
+          const __m256i a = _mm256_unpacklo_epi16(v0, v1), b = _mm256_unpackhi_epi16(v0, v1);
+          const __m256i ph = pair(hi + k), pl = pair(lo + k);
+          h0 = _mm256_add_epi32(h0, _mm256_madd_epi16(a, ph));
+          l0 = _mm256_add_epi32(l0, _mm256_madd_epi16(a, pl));
+          h1 = _mm256_add_epi32(h1, _mm256_madd_epi16(b, ph));
+          l1 = _mm256_add_epi32(l1, _mm256_madd_epi16(b, pl));
+        }
+        scatter8(outputs8(h0, l0), kOrderA, yc, spacing);
+        scatter8(outputs8(h1, l1), kOrderB, yc, spacing);
+      }
+    }
+  }
+
   HQ_DIRECT_INLINE static void dots(const int16_t *x, size_t xstride, uint32_t rows, const uint8_t *row,
                                     uint32_t taps, int32_t *y, size_t ystride) {
     const int16_t *hi = reinterpret_cast<const int16_t *>(row);
@@ -53,9 +122,13 @@ struct Avx2Dot16 {
         h1 = _mm256_add_epi32(h1, _mm256_and_si256(low, _mm256_madd_epi16(b, ch)));
         l1 = _mm256_add_epi32(l1, _mm256_and_si256(low, _mm256_madd_epi16(b, cl)));
       }
+      // 2 hi + ((lo + 2^5) >> 6) for both: the sums' bounds keep it in 32 bits.
       const __m128i s = reduce4(h0, l0, h1, l1);
-      y[r * ystride] = hq_direct_output(_mm_cvtsi128_si32(s), _mm_extract_epi32(s, 1));
-      if (r + 1 < rows) y[(r + 1) * ystride] = hq_direct_output(_mm_extract_epi32(s, 2), _mm_extract_epi32(s, 3));
+      const __m128i hs = _mm_shuffle_epi32(s, 0x08), ls = _mm_shuffle_epi32(s, 0x0d);  // [h0 h1 ..], [l0 l1 ..]
+      __m128i v = _mm_add_epi32(_mm_add_epi32(hs, hs), _mm_srai_epi32(_mm_add_epi32(ls, _mm_set1_epi32(32)), 6));
+      v = _mm_max_epi32(_mm_min_epi32(v, _mm_set1_epi32((1 << 30) - 1)), _mm_set1_epi32(-(1 << 30)));
+      y[r * ystride] = _mm_cvtsi128_si32(v);
+      if (r + 1 < rows) y[(r + 1) * ystride] = _mm_extract_epi32(v, 1);
     }
   }
 

@@ -20,6 +20,7 @@ inline int32_t hsum(__m128i s) {
 }
 
 struct Sse2Dot16 {
+  static constexpr uint32_t kLanes = 0;  // no lane kernel: outputs one at a time
   HQ_DIRECT_INLINE static void dots(const int16_t *x, size_t xstride, uint32_t rows, const uint8_t *row, uint32_t taps, int32_t *y,
                    size_t ystride) {
     const int16_t *hi = reinterpret_cast<const int16_t *>(row);

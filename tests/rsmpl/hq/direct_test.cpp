@@ -168,13 +168,17 @@ TEST(HqDirect, PassesMatchThePlainBuild) {
   std::mt19937 rng(12);
   for (const auto *set : test_support::runnable_sets()) {
     SCOPED_TRACE(set->name);
+    // Steps (input frames per output) of every kind: on the grid, and exact
+    // ones of large terms and of small (the lane kernels' 2/3, 1/3, 1/2, 2,
+    // and 3, which they leave).
+    const std::pair<uint64_t, uint64_t> steps[] = {{0, 0}, {160 + rng() % 300, 147}, {2, 3}, {1, 3}, {1, 2}, {2, 1}, {3, 1}};
     for (const auto &p : {std::pair<uint32_t, uint32_t>{44100, 48000}, {48000, 44100}, {48000, 16000}})
-      for (uint32_t exact = 0; exact < 2; ++exact)
+      for (const auto &st : steps)
         for (uint32_t channels : {1u, 2u, 3u}) {
           const HqDirectDesign d = rsmpl::hq_direct_design(p.first, p.second);
-          const uint64_t den = exact ? 147 : uint64_t{1} << 32;
-          const uint64_t num = exact ? uint64_t{160 + rng() % 300} : (uint64_t{1} << 32) + rng() % (1u << 31);
-          const rsmpl::HqStep step = exact ? rsmpl::hq_step_exact(num, den) : rsmpl::hq_step_fixed(1, uint64_t{rng()} << 32);
+          const uint32_t exact = st.second != 0 ? 1 : 0;
+          const uint64_t den = exact ? st.second : uint64_t{1} << 32;
+          const rsmpl::HqStep step = exact ? rsmpl::hq_step_exact(st.first, den) : rsmpl::hq_step_fixed(1, uint64_t{rng()} << 32);
           const size_t stride = d.taps + 600;
           const auto x = samples(stride * channels, 0, rng);
           // On the grid of 1/den for exact rows (r / den exactly), anywhere
@@ -185,6 +189,11 @@ TEST(HqDirect, PassesMatchThePlainBuild) {
             start.f = static_cast<uint32_t>(scaled / den);
             start.e = static_cast<uint32_t>(scaled % den);
           }
+          // The window's end or the room stops the pass, at any point: every
+          // end over a stretch of the line (so that the lane kernels' blocks
+          // meet it at each of their alignments), rooms large and small.
+          int64_t end = 0;
+          uint32_t room = 0;
           auto run = [&](const HqDirectKernels &k, std::vector<int32_t> &y, rsmpl::HqPos &pos, rsmpl::HqPos &last) {
             std::vector<uint8_t> rows(size_t{d.rows_cap} * rsmpl::hq_direct_row_bytes(d.taps));
             std::vector<uint32_t> made((d.rows_cap + 31) / 32, 0);
@@ -193,9 +202,9 @@ TEST(HqDirect, PassesMatchThePlainBuild) {
             job.x = x.data();
             job.xstride = stride;
             job.channels = channels;
-            job.room = 300;
+            job.room = room;
             job.base = 0;
-            job.end = static_cast<int64_t>(stride) - 8;
+            job.end = end;
             job.pos = start;
             job.step = step;
             job.design = &d;
@@ -203,20 +212,24 @@ TEST(HqDirect, PassesMatchThePlainBuild) {
             job.made = made.data();
             job.exact = exact;
             job.y = y.data();
-            job.ystride = 320;
+            job.ystride = 1024;
             job.scratch = scratch.data();
             const uint32_t n = k.pass(&job);
             pos = job.pos;
             last = job.last;
             return n;
           };
-          std::vector<int32_t> want(320 * channels), got(320 * channels);
-          rsmpl::HqPos wp, wl, gp, gl;
-          const uint32_t wn = run(plain(), want, wp, wl), gn = run(*set->hq_direct, got, gp, gl);
-          ASSERT_GT(wn, 0u);
-          EXPECT_EQ(gn, wn);
-          EXPECT_EQ(got, want) << p.first << " -> " << p.second << (exact ? " exact" : " grid");
-          EXPECT_TRUE(gp.i == wp.i && gp.f == wp.f && gp.e == wp.e && gl.i == wl.i && gl.f == wl.f);
+          const int64_t first_end = d.taps + 40 + rng() % 400;
+          for (end = first_end; end < first_end + 56; ++end) {
+            room = end % 3 ? 1000 : 1 + rng() % 200;
+            std::vector<int32_t> want(1024 * channels), got(1024 * channels);
+            rsmpl::HqPos wp, wl, gp, gl;
+            const uint32_t wn = run(plain(), want, wp, wl), gn = run(*set->hq_direct, got, gp, gl);
+            ASSERT_GT(wn, 0u);
+            EXPECT_EQ(gn, wn);
+            EXPECT_EQ(got, want) << p.first << " -> " << p.second << " step " << st.first << "/" << st.second;
+            EXPECT_TRUE(gp.i == wp.i && gp.f == wp.f && gp.e == wp.e && gl.i == wl.i && gl.f == wl.f);
+          }
         }
   }
 }

@@ -90,7 +90,8 @@ TEST(HqStream, EveryChainMatchesThePlainModelInRandomSplits) {
 TEST(HqStream, EveryKernelBuildGivesTheSameStream) {
   for (int grade = 0; grade < 2; ++grade)
     for (const Case &c : {Case{44100, 48000, 2}, Case{768000, 44100, 3}, Case{8000, 768000, 1},
-                          Case{48000, 44100, 2, 941, 1024}, Case{44100, 48000, 3, 1601, 1470}, Case{48000, 16000, 1}}) {
+                          Case{48000, 44100, 2, 941, 1024}, Case{44100, 48000, 3, 1601, 1470}, Case{48000, 16000, 1},
+                          Case{32000, 48000, 2}, Case{16000, 48000, 3}, Case{48000, 24000, 2}}) {
       std::vector<uint8_t> first;
       const uint32_t format = grade;  // the 16-bit calls take S16
       for (const auto *set : test_support::runnable_sets()) {
