@@ -73,3 +73,12 @@ cc -std=c99 -Wall -Werror -o "$stage/hq32_example" "$(dirname "$0")/../../exampl
 LD_PRELOAD="${SKELDA_SANITIZER_PRELOAD:-}" LD_LIBRARY_PATH="$libdir" "$stage/hq32_example" | tee "$stage/hq32.log"
 grep -q '^96000 frames in, 44100 out, largest error 0\.[0-9]* of a 24-bit step' "$stage/hq32.log" \
   || { echo "FAIL: hq32 example did not run"; exit 1; }
+
+# The clock-following example, through the installed library: two simulated
+# minutes keep the buffer between the clocks near its target (its status
+# says so) and print how far it strayed.
+cc -std=c99 -Wall -Werror -o "$stage/follow_clock" "$(dirname "$0")/../../examples/follow_clock.c" \
+  $(pkg-config --cflags --libs skelda) -lm || { echo "FAIL: follow_clock does not build"; exit 1; }
+LD_PRELOAD="${SKELDA_SANITIZER_PRELOAD:-}" LD_LIBRARY_PATH="$libdir" "$stage/follow_clock" 2 | tee "$stage/clock.log" \
+  || { echo "FAIL: follow_clock lost the clock"; exit 1; }
+grep -q '^2 minutes simulated: .* underruns 0, overruns 0' "$stage/clock.log" || { echo "FAIL: follow_clock did not run"; exit 1; }
