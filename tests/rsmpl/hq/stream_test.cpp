@@ -36,6 +36,10 @@ const Case kCases[] = {
     // whose fractions overflow its rows (their grid, blended), 1:1 off it.
     {16000, 48000, 1},      {44100, 22050, 2},         {44100, 48000, 2, 1601, 1470},
     {48000, 44100, 3, 1024, 1117}, {48000, 44100, 2, 1025, 1117}, {48000, 48000, 1, 4001, 4000},
+    // The chain's phase cache: a denominator of exactly the rows it holds
+    // (1536), and one more, either way.
+    {44100, 192000, 2, 1536, 353}, {44100, 192000, 2, 1537, 353},
+    {192000, 44100, 2, 353, 1536}, {192000, 44100, 2, 353, 1537},
 };
 
 std::vector<uint8_t> random_frames(size_t frames, uint32_t channels, uint32_t format, std::mt19937 &rng) {
