@@ -32,6 +32,7 @@ struct NeonDot16 {
     for (; r + 2 <= rows; r += 2) {
       const int16_t *x0 = x + r * xstride, *x1 = x0 + xstride;
       int32x4_t h0 = vdupq_n_s32(0), l0 = h0, h1 = h0, l1 = h0;
+#pragma GCC unroll 9
       for (uint32_t k = 0; k < taps; k += 8) {
         const int16x8_t ch = vld1q_s16(hi + k), cl = vreinterpretq_s16_u16(vmovl_u8(vld1_u8(lo + k)));
         const int16x8_t a = vld1q_s16(x0 + k), b = vld1q_s16(x1 + k);
@@ -46,6 +47,7 @@ struct NeonDot16 {
     for (; r < rows; ++r) {
       const int16_t *xr = x + r * xstride;
       int32x4_t h = vdupq_n_s32(0), l = h;
+#pragma GCC unroll 9
       for (uint32_t k = 0; k < taps; k += 8) {
         const int16x8_t a = vld1q_s16(xr + k);
         h = mla8(h, a, vld1q_s16(hi + k));
@@ -53,6 +55,12 @@ struct NeonDot16 {
       }
       y[r * ystride] = hq_direct_output(hsum(h), hsum(l));
     }
+  }
+
+  // Two channels: the stereo streams' form.
+  HQ_DIRECT_INLINE static void dots2(const int16_t *x, size_t xstride, const uint8_t *row, uint32_t taps, int32_t *y,
+                                     size_t ystride) {
+    dots(x, xstride, 2, row, taps, y, ystride);
   }
 
   static void take(const int16_t *src, uint32_t channels, uint32_t frames, int16_t *const *to) {

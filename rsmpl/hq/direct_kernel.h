@@ -98,8 +98,22 @@ uint32_t hq_direct_exact(HqDirectJob *job) {
       }
     }
   }
-  for (; made < room && i < end; ++made) {
-    Dot16::dots(x + (i - from), xstride, channels, hq_direct_row_at(*job, r, den), taps, y + made, ystride);
+  // One output at a time, the row area's pointers held here (the stores
+  // to y could otherwise alias the job's fields).
+  uint8_t *const rows = job->rows;
+  uint32_t *const bits = job->made;
+  const HqDirectDesign &design = *job->design;
+  const size_t row_bytes = hq_direct_row_bytes(taps);
+  auto row_at = [&](uint32_t at) {
+    uint8_t *row = rows + size_t{at} * row_bytes;
+    const uint32_t bit = 1u << (at & 31);
+    if ((bits[at >> 5] & bit) == 0) {
+      hq_direct_row(design, at, den, row);
+      bits[at >> 5] |= bit;
+    }
+    return row;
+  };
+  auto step_on = [&] {
     last_i = i;
     last_r = r;
     i += di;
@@ -107,6 +121,17 @@ uint32_t hq_direct_exact(HqDirectJob *job) {
     if (r >= den) {
       r -= static_cast<uint32_t>(den);
       ++i;
+    }
+  };
+  if (channels == 2) {
+    for (; made < room && i < end; ++made) {
+      Dot16::dots2(x + (i - from), xstride, row_at(r), taps, y + made, ystride);
+      step_on();
+    }
+  } else {
+    for (; made < room && i < end; ++made) {
+      Dot16::dots(x + (i - from), xstride, channels, row_at(r), taps, y + made, ystride);
+      step_on();
     }
   }
   if (made != 0) {

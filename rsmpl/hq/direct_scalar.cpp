@@ -12,6 +12,12 @@ struct PlainDot16 {
                    size_t ystride) {
     hq_direct_dots_plain(x, xstride, rows, row, taps, y, ystride);
   }
+  // Two channels: the stereo streams' form.
+  HQ_DIRECT_INLINE static void dots2(const int16_t *x, size_t xstride, const uint8_t *row, uint32_t taps, int32_t *y,
+                                     size_t ystride) {
+    dots(x, xstride, 2, row, taps, y, ystride);
+  }
+
   static void take(const int16_t *src, uint32_t channels, uint32_t frames, int16_t *const *to) {
     hq_direct_take_plain(src, channels, frames, to);
   }

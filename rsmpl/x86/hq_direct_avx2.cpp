@@ -46,6 +46,32 @@ struct Avx2Dot16 {
   // interleaved, hold sixteen).
   HQ_DIRECT_INLINE static void lanes(const int16_t *x, size_t xstride, uint32_t channels, const uint8_t *row,
                                      uint32_t taps, uint32_t m, int32_t *y, size_t ystride, uint32_t spacing) {
+    if (m == 2)
+      lanes_m<2>(x, xstride, channels, row, taps, y, ystride, spacing);
+    else
+      lanes_m<1>(x, xstride, channels, row, taps, y, ystride, spacing);
+  }
+
+  // The pairs of samples lanes 0..7 (a) and 8..15 (b) of one channel read
+  // at tap pair k: for m = 2 a load holds eight lanes' pairs, for m = 1 two
+  // loads one frame apart, interleaved, hold sixteen (in the order kOrder1
+  // gives).
+  template <uint32_t M>
+  static inline void pairs(const int16_t *xc, uint32_t k, __m256i *a, __m256i *b) {
+    if (M == 2) {
+      *a = load16(xc + k);
+      *b = load16(xc + k + 16);
+    } else {
+      const __m256i v0 = load16(xc + k), v1 = load16(xc + k + 1);
+      *a = _mm256_unpacklo_epi16(v0, v1);
+      *b = _mm256_unpackhi_epi16(v0, v1);
+    }
+  }
+
+  // Two channels at a time share the tap pairs' broadcasts.
+  template <uint32_t M>
+  HQ_DIRECT_INLINE static void lanes_m(const int16_t *x, size_t xstride, uint32_t channels, const uint8_t *row,
+                                       uint32_t taps, int32_t *y, size_t ystride, uint32_t spacing) {
     const int16_t *hi = reinterpret_cast<const int16_t *>(row);
     alignas(32) int16_t lo[kHqDirectTapsMost];
     for (uint32_t k = 0; k < taps; k += 8)
@@ -57,37 +83,49 @@ struct Avx2Dot16 {
       return _mm256_set1_epi32(v);
     };
     static const int kOrder2[16] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};
-    static const int kOrderA[8] = {0, 1, 2, 3, 8, 9, 10, 11}, kOrderB[8] = {4, 5, 6, 7, 12, 13, 14, 15};
-    for (uint32_t c = 0; c < channels; ++c) {
-      const int16_t *xc = x + c * xstride;
-      int32_t *yc = y + c * ystride;
-      if (m == 2) {
-        // Lanes j and j + 8 from loads 16 samples apart.
-        __m256i h0 = _mm256_setzero_si256(), l0 = h0, h1 = h0, l1 = h0;
-        for (uint32_t k = 0; k < taps; k += 2) {
-          const __m256i a = load16(xc + k), b = load16(xc + k + 16);
-          const __m256i ph = pair(hi + k), pl = pair(lo + k);
-          h0 = _mm256_add_epi32(h0, _mm256_madd_epi16(a, ph));
-          l0 = _mm256_add_epi32(l0, _mm256_madd_epi16(a, pl));
-          h1 = _mm256_add_epi32(h1, _mm256_madd_epi16(b, ph));
-          l1 = _mm256_add_epi32(l1, _mm256_madd_epi16(b, pl));
-        }
-        scatter8(outputs8(h0, l0), kOrder2, yc, spacing);
-        scatter8(outputs8(h1, l1), kOrder2 + 8, yc, spacing);
-      } else {
-        __m256i h0 = _mm256_setzero_si256(), l0 = h0, h1 = h0, l1 = h0;
-        for (uint32_t k = 0; k < taps; k += 2) {
-          const __m256i v0 = load16(xc + k), v1 = load16(xc + k + 1);
-          const __m256i a = _mm256_unpacklo_epi16(v0, v1), b = _mm256_unpackhi_epi16(v0, v1);
-          const __m256i ph = pair(hi + k), pl = pair(lo + k);
-          h0 = _mm256_add_epi32(h0, _mm256_madd_epi16(a, ph));
-          l0 = _mm256_add_epi32(l0, _mm256_madd_epi16(a, pl));
-          h1 = _mm256_add_epi32(h1, _mm256_madd_epi16(b, ph));
-          l1 = _mm256_add_epi32(l1, _mm256_madd_epi16(b, pl));
-        }
-        scatter8(outputs8(h0, l0), kOrderA, yc, spacing);
-        scatter8(outputs8(h1, l1), kOrderB, yc, spacing);
+    static const int kOrder1[16] = {0, 1, 2, 3, 8, 9, 10, 11, 4, 5, 6, 7, 12, 13, 14, 15};
+    const int *order = M == 2 ? kOrder2 : kOrder1;
+    uint32_t c = 0;
+    for (; c + 2 <= channels; c += 2) {
+      const int16_t *x0 = x + c * xstride, *x1 = x0 + xstride;
+      __m256i h0a = _mm256_setzero_si256(), l0a = h0a, h0b = h0a, l0b = h0a, h1a = h0a, l1a = h0a, h1b = h0a, l1b = h0a;
+#pragma GCC unroll 2
+      for (uint32_t k = 0; k < taps; k += 2) {
+        const __m256i ph = pair(hi + k), pl = pair(lo + k);
+        __m256i a0, b0, a1, b1;
+        pairs<M>(x0, k, &a0, &b0);
+        pairs<M>(x1, k, &a1, &b1);
+        h0a = _mm256_add_epi32(h0a, _mm256_madd_epi16(a0, ph));
+        l0a = _mm256_add_epi32(l0a, _mm256_madd_epi16(a0, pl));
+        h0b = _mm256_add_epi32(h0b, _mm256_madd_epi16(b0, ph));
+        l0b = _mm256_add_epi32(l0b, _mm256_madd_epi16(b0, pl));
+        h1a = _mm256_add_epi32(h1a, _mm256_madd_epi16(a1, ph));
+        l1a = _mm256_add_epi32(l1a, _mm256_madd_epi16(a1, pl));
+        h1b = _mm256_add_epi32(h1b, _mm256_madd_epi16(b1, ph));
+        l1b = _mm256_add_epi32(l1b, _mm256_madd_epi16(b1, pl));
       }
+      int32_t *y0 = y + c * ystride, *y1 = y0 + ystride;
+      scatter8(outputs8(h0a, l0a), order, y0, spacing);
+      scatter8(outputs8(h0b, l0b), order + 8, y0, spacing);
+      scatter8(outputs8(h1a, l1a), order, y1, spacing);
+      scatter8(outputs8(h1b, l1b), order + 8, y1, spacing);
+    }
+    for (; c < channels; ++c) {
+      const int16_t *xc = x + c * xstride;
+      __m256i ha = _mm256_setzero_si256(), la = ha, hb = ha, lb = ha;
+#pragma GCC unroll 4
+      for (uint32_t k = 0; k < taps; k += 2) {
+        const __m256i ph = pair(hi + k), pl = pair(lo + k);
+        __m256i a, b;
+        pairs<M>(xc, k, &a, &b);
+        ha = _mm256_add_epi32(ha, _mm256_madd_epi16(a, ph));
+        la = _mm256_add_epi32(la, _mm256_madd_epi16(a, pl));
+        hb = _mm256_add_epi32(hb, _mm256_madd_epi16(b, ph));
+        lb = _mm256_add_epi32(lb, _mm256_madd_epi16(b, pl));
+      }
+      int32_t *yc = y + c * ystride;
+      scatter8(outputs8(ha, la), order, yc, spacing);
+      scatter8(outputs8(hb, lb), order + 8, yc, spacing);
     }
   }
 
@@ -101,6 +139,7 @@ struct Avx2Dot16 {
       // Two channels, or the last one twice.
       const int16_t *x0 = x + r * xstride, *x1 = r + 1 < rows ? x0 + xstride : x0;
       __m256i h0 = _mm256_setzero_si256(), l0 = h0, h1 = h0, l1 = h0;
+#pragma GCC unroll 12
       for (uint32_t k = 0; k < body; k += 16) {
         const __m256i ch = load16(hi + k), cl = load_lo(lo + k);
         const __m256i a = load16(x0 + k), b = load16(x1 + k);
@@ -130,6 +169,12 @@ struct Avx2Dot16 {
       y[r * ystride] = _mm_cvtsi128_si32(v);
       if (r + 1 < rows) y[(r + 1) * ystride] = _mm_extract_epi32(v, 1);
     }
+  }
+
+  // Two channels: the stereo streams' form.
+  HQ_DIRECT_INLINE static void dots2(const int16_t *x, size_t xstride, const uint8_t *row, uint32_t taps, int32_t *y,
+                                     size_t ystride) {
+    dots(x, xstride, 2, row, taps, y, ystride);
   }
 
   static void take(const int16_t *src, uint32_t channels, uint32_t frames, int16_t *const *to) {

@@ -29,6 +29,7 @@ struct Sse2Dot16 {
     for (; r + 2 <= rows; r += 2) {
       const int16_t *x0 = x + r * xstride, *x1 = x0 + xstride;
       __m128i h0 = _mm_setzero_si128(), l0 = h0, h1 = h0, l1 = h0;
+#pragma GCC unroll 9
       for (uint32_t k = 0; k < taps; k += 8) {
         const __m128i ch = load16(hi + k), cl = load_lo(lo + k);
         const __m128i a = load16(x0 + k), b = load16(x1 + k);
@@ -43,6 +44,7 @@ struct Sse2Dot16 {
     for (; r < rows; ++r) {
       const int16_t *xr = x + r * xstride;
       __m128i h = _mm_setzero_si128(), l = h;
+#pragma GCC unroll 9
       for (uint32_t k = 0; k < taps; k += 8) {
         const __m128i a = load16(xr + k);
         h = _mm_add_epi32(h, _mm_madd_epi16(a, load16(hi + k)));
@@ -50,6 +52,12 @@ struct Sse2Dot16 {
       }
       y[r * ystride] = hq_direct_output(hsum(h), hsum(l));
     }
+  }
+
+  // Two channels: the stereo streams' form.
+  HQ_DIRECT_INLINE static void dots2(const int16_t *x, size_t xstride, const uint8_t *row, uint32_t taps, int32_t *y,
+                                     size_t ystride) {
+    dots(x, xstride, 2, row, taps, y, ystride);
   }
 
   static void take(const int16_t *src, uint32_t channels, uint32_t frames, int16_t *const *to) {

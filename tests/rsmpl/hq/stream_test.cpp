@@ -34,7 +34,7 @@ const Case kCases[] = {
     {44100, 48000, 64},     {768000, 44100, 7},
     // The 16-bit grade's single stage: up by three, down by two, a ratio
     // whose fractions overflow its rows (their grid, blended), 1:1 off it.
-    {16000, 48000, 1},      {44100, 22050, 2},         {44100, 48000, 2, 1601, 1470},
+    {16000, 48000, 1},      {44100, 22050, 2},         {44100, 48000, 2, 1601, 1470}, {32000, 48000, 3},
     {48000, 44100, 3, 1024, 1117}, {48000, 44100, 2, 1025, 1117}, {48000, 48000, 1, 4001, 4000},
     // The chain's phase cache: a denominator of exactly the rows it holds
     // (1536), and one more, either way.
