@@ -2,8 +2,12 @@
 # SPDX-License-Identifier: MIT
 # Measures what a listener meets from each converter, through alsa-lib with
 # aplay (THD+N, forced period sizes, passband, image/alias rejection, group
-# delay), against the peers; writes out/quality/table.md and one response
-# plot per rate pair, out/quality/response_<in>_<out>.png.
+# delay), against the peers, at 29 rate pairs from 4000 to 768000 Hz, for
+# 16-bit material and for 24-bit material in S32; writes out/quality/table.md
+# (ending with skelda_hq's targets and its misses) and one response plot per
+# rate pair and depth, out/quality/response_<in>_<out>.png and
+# response24_<in>_<out>.png. Two processes at a time, niced; about five
+# minutes on two cores.
 #
 # SKELDA_BUILD_DIR picks the build tree (default: build; configured here as
 # RelWithDebInfo when it does not exist yet, left as it is when it does).
@@ -26,4 +30,4 @@ if ! ninja -C "$build" asound_module_rate_skelda_hq >"$build/skelda_hq_build.log
 fi
 mkdir -p out/quality
 # Debian's interpreter, the one its numpy and matplotlib packages serve.
-/usr/bin/python3 tools/quality_report.py "$build" out/quality
+OPENBLAS_NUM_THREADS=1 OMP_NUM_THREADS=1 nice -n 10 /usr/bin/python3 tools/quality_report.py "$build" out/quality
