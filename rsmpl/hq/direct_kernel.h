@@ -141,63 +141,93 @@ uint32_t hq_direct_exact(HqDirectJob *job) {
   return made;
 }
 
-template <class Dot16>
-uint32_t hq_direct_pass(HqDirectJob *job) {
-  const HqDirectDesign &d = *job->design;
-  const uint32_t taps = d.taps, channels = job->channels, room = job->room;
+// Rows on the design's grid of 2^g fractions: an output between grid rows
+// q and q + 1, at w (Q31) of the way, is the blend of their outputs (one
+// row when it lies on the grid).
+template <class Dot16, uint32_t Taps>
+uint32_t hq_direct_grid(HqDirectJob *job) {
+  const HqDirectDesign &design = *job->design;
+  const uint32_t taps = Taps != 0 ? Taps : design.taps, channels = job->channels, room = job->room;
   const int16_t *const x = job->x;
-  const int64_t from = job->base + (taps - 1);  // x + pos.i - from: an output's window
+  const int64_t from = job->base + (taps - 1);
   const size_t xstride = job->xstride, ystride = job->ystride;
   const int64_t end = job->end;
   const HqStep step = job->step;
   int32_t *const y = job->y;
+  int32_t *const z = job->scratch;
+  uint8_t *const rows = job->rows;
+  uint32_t *const bits = job->made;
+  const uint32_t g = design.grid_bits;
+  const size_t row_bytes = hq_direct_row_bytes(taps);
+  auto row_at = [&](uint32_t at) {
+    uint8_t *row = rows + size_t{at} * row_bytes;
+    const uint32_t bit = 1u << (at & 31);
+    if ((bits[at >> 5] & bit) == 0) {
+      hq_direct_row(design, at, uint64_t{1} << g, row);
+      bits[at >> 5] |= bit;
+    }
+    return row;
+  };
   HqPos pos = job->pos, last = job->last;
+  uint32_t made = 0;
+  for (; made < room && pos.i < end; ++made) {
+    const int16_t *window = x + (pos.i - from);
+    const uint32_t q = pos.f >> (32 - g);
+    const int32_t w = static_cast<int32_t>((pos.f << g) >> 1);
+    if (channels == 2) {
+      Dot16::dots2(window, xstride, row_at(q), taps, y + made, ystride);
+      if (w != 0) Dot16::dots2(window, xstride, row_at(q + 1), taps, z, 1);
+    } else {
+      Dot16::dots(window, xstride, channels, row_at(q), taps, y + made, ystride);
+      if (w != 0) Dot16::dots(window, xstride, channels, row_at(q + 1), taps, z, 1);
+    }
+    if (w != 0)
+      for (uint32_t c = 0; c < channels; ++c) {
+        const int32_t a = y[c * ystride + made];
+        y[c * ystride + made] = hq_direct_clamp(a + ((int64_t{z[c]} - a) * w >> 31));
+      }
+    last = pos;
+    hq_advance(pos, step);
+  }
+  job->pos = pos;
+  job->last = last;
+  return made;
+}
+
+template <class Dot16>
+uint32_t hq_direct_pass(HqDirectJob *job) {
+  const uint32_t taps = job->design->taps, channels = job->channels, room = job->room;
+  const size_t xstride = job->xstride, ystride = job->ystride;
+  const HqStep step = job->step;
+  int32_t *const y = job->y;
+  const HqPos pos = job->pos;
   // A step of exactly one sample from a whole position: row 0 is the
   // kernel's centre alone (its cutoff puts zeros on the other whole
   // units), so the stage passes its input on, T/2 frames late.
   if (pos.f == 0 && pos.e == 0 && step.si == 1 && step.sf == 0 && step.se == 0) {
-    const int64_t avail = end - pos.i;
+    const int64_t avail = job->end - pos.i;
     const uint32_t n = avail <= 0 ? 0 : avail < room ? static_cast<uint32_t>(avail) : room;
     if (n == 0) return 0;
-    const int16_t *centre = x + (pos.i - job->base - taps / 2);
+    const int16_t *centre = job->x + (pos.i - job->base - taps / 2);
     for (uint32_t c = 0; c < channels; ++c)
       for (uint32_t m = 0; m < n; ++m) y[c * ystride + m] = int32_t{centre[c * xstride + m]} * (1 << 14);
     job->last = HqPos{pos.i + n - 1, 0, 0};
     job->pos = HqPos{pos.i + n, 0, 0};
     return n;
   }
-  uint32_t made = 0;
+  // The common lengths with the length known to the compiler.
   if (job->exact != 0) {
-    // The common lengths with the length known to the compiler.
     switch (taps) {
       case 64: return hq_direct_exact<Dot16, 64>(job);
       case 72: return hq_direct_exact<Dot16, 72>(job);
       default: return hq_direct_exact<Dot16, 0>(job);
     }
-  } else {
-    // Between grid rows q and q + 1, at w (Q31) of the way.
-    const uint32_t g = d.grid_bits;
-    const uint64_t grid = uint64_t{1} << g;
-    int32_t *const z = job->scratch;
-    for (; made < room && pos.i < end; ++made) {
-      const int16_t *window = x + (pos.i - from);
-      const uint32_t q = pos.f >> (32 - g);
-      const int32_t w = static_cast<int32_t>((pos.f << g) >> 1);
-      Dot16::dots(window, xstride, channels, hq_direct_row_at(*job, q, grid), taps, y + made, ystride);
-      if (w != 0) {
-        Dot16::dots(window, xstride, channels, hq_direct_row_at(*job, q + 1, grid), taps, z, 1);
-        for (uint32_t c = 0; c < channels; ++c) {
-          const int32_t a = y[c * ystride + made];
-          y[c * ystride + made] = hq_direct_clamp(a + ((int64_t{z[c]} - a) * w >> 31));
-        }
-      }
-      last = pos;
-      hq_advance(pos, step);
-    }
   }
-  job->pos = pos;
-  job->last = last;
-  return made;
+  switch (taps) {
+    case 64: return hq_direct_grid<Dot16, 64>(job);
+    case 72: return hq_direct_grid<Dot16, 72>(job);
+    default: return hq_direct_grid<Dot16, 0>(job);
+  }
 }
 
 // The plain forms: the reference, and the builds' tails.
