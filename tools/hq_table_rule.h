@@ -57,14 +57,14 @@ struct Grade {
 
 // The 16-bit grade's single stage, for rates at most three apart: one
 // polyphase kernel between the rates themselves, over 64 units of the lower
-// rate, with its cutoff at half of it (zeros on every other whole unit), so
-// that it keeps 0.45 of the lower rate flat and is 98.4 dB down at 0.55
-// (100 dB from 0.56). The stage makes its taps as a stream needs them
-// (rsmpl/hq/direct.cpp), stretched to the input's units going down, by
-// four-point Lagrange interpolation in a table of one side of the kernel,
-// 64 entries a unit.
-constexpr Kernel kDirect16 = {64, 64, 0.5, 10.06};
-constexpr double kDirectPass = 0.45, kDirectStop = 0.55, kDirectPromisedDb = 98.4;
+// rate, cutoff 0.4975 of it and beta 10.4, so that it keeps 0.45 of the
+// lower rate flat within 0.0021 dB and is 103.3 dB down from 0.55 (an
+// image of a tone at 0.45 lands there). The stage makes its taps as a
+// stream needs them (rsmpl/hq/direct.cpp), stretched to the input's units
+// going down, by four-point Lagrange interpolation in a table of one side
+// of the kernel, 64 entries a unit.
+constexpr Kernel kDirect16 = {64, 64, 0.4975, 10.4};
+constexpr double kDirectPass = 0.45, kDirectStop = 0.55, kDirectPromisedDb = 103.0;
 
 constexpr Grade kGrades[2] = {
     {"16", {39, 12.2}, {{9, 12.6}, {6, 13.6}, {5, 13.4}}, {16, 64, 0.47, 12.75}},

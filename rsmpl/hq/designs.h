@@ -40,7 +40,7 @@ enum HqGradeId { kHqGrade16 = 0, kHqGrade24 = 1 };
 extern const HqGrade kHqGrades[2];
 
 // The 16-bit grade's single-stage kernel (rates at most three apart), over
-// 2 half units of the lower rate with its cutoff at half of it: one side,
+// 2 half units of the lower rate, its cutoff just below half of it: one side,
 // h(i / oversample) for i = 0 .. half oversample + 1 (the centre first, a
 // zero past the end), Q30.
 struct HqDirectTable {

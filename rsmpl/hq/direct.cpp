@@ -64,25 +64,54 @@ int64_t kernel_at(uint64_t u) {
 // Tap k lies k - T/2 + 1 - r / den input frames from the output's centre:
 // stretch times that in the kernel's units, stepped by `stretch` a tap in
 // 32.32 fixed point; times the stretch's gain going down. The row is then
-// rounded to Q20, corrected at its largest tap to sum to exactly 2^20
-// (every row passes DC unchanged) and split into hi and lo.
+// scaled to sum to exactly 1 (every row passes DC unchanged, so a steady
+// input gives no pattern across the rows) and rounded to Q21: each tap
+// rounded down, and the units that leaves short given to the taps that
+// lost most (a tap moves by less than one unit, and the row's response
+// keeps its shape: correcting one tap instead would lay its correction
+// flat across the stopband). One division a row; then split into hi and
+// lo.
 void hq_direct_row(const HqDirectDesign &d, uint64_t r, uint64_t den, uint8_t *row) {
   const uint32_t taps = d.taps;
   const uint64_t frac = ((U128{r} << 32) / U128{den}).low();  // r / den, 32.32 (1.0 at r = den)
   const int64_t stretch = static_cast<int64_t>(d.stretch);
   int64_t at = stretch * (1 - static_cast<int64_t>(taps / 2)) - static_cast<int64_t>((U128{d.stretch} * U128{frac} >> 32).low());
-  int32_t c[kHqDirectTapsMost];
+  int64_t v[kHqDirectTapsMost];
   int64_t sum = 0;
-  uint32_t peak = 0;
   for (uint32_t t = 0; t < taps; ++t, at += stretch) {
     const int64_t h = kernel_at(static_cast<uint64_t>(at < 0 ? -at : at));
-    const int64_t g = d.gain == (1 << 29) ? h : (h * d.gain) >> 29;
-    const int32_t v = static_cast<int32_t>((g + (1 << 9)) >> 10);  // Q30 to Q20
-    c[t] = v;
-    sum += v;
-    if ((v < 0 ? -v : v) > (c[peak] < 0 ? -c[peak] : c[peak])) peak = t;
+    v[t] = d.gain == (1 << 29) ? h : (h * d.gain) >> 29;  // Q30
+    sum += v[t];
   }
-  c[peak] += static_cast<int32_t>((int64_t{1} << 20) - sum);
+  // v 2^21 / sum with 20 more bits: v times 2^60 / sum, less 19 bits (the
+  // sum of a row lies near 2^30, and |v| within it).
+  const int64_t inv = static_cast<int64_t>((uint64_t{1} << 60) / static_cast<uint64_t>(sum));
+  int32_t c[kHqDirectTapsMost];
+  uint32_t rest[kHqDirectTapsMost];
+  uint32_t count[257] = {};
+  int64_t whole = 0;
+  for (uint32_t t = 0; t < taps; ++t) {
+    const int64_t q = (v[t] * inv) >> 19;
+    c[t] = static_cast<int32_t>(q >> 20);
+    rest[t] = static_cast<uint32_t>(q & ((1 << 20) - 1));
+    ++count[rest[t] >> 12];
+    whole += c[t];
+  }
+  // The units short, to the taps with the largest remainders: whole buckets
+  // of the remainder's top 8 bits from the top, then the first taps of the
+  // bucket where they run out.
+  int64_t short_by = (int64_t{1} << 21) - whole;
+  uint32_t bucket = 256;
+  while (bucket > 0 && short_by >= count[bucket - 1]) short_by -= count[--bucket];
+  for (uint32_t t = 0; t < taps; ++t) {
+    const uint32_t b = rest[t] >> 12;
+    if (b >= bucket) {
+      ++c[t];
+    } else if (bucket > 0 && b == bucket - 1 && short_by > 0) {
+      ++c[t];
+      --short_by;
+    }
+  }
   int16_t *hi = reinterpret_cast<int16_t *>(row);
   uint8_t *lo = row + 2 * size_t{taps};
   for (uint32_t t = 0; t < taps; ++t) {

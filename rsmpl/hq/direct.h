@@ -6,7 +6,7 @@
 // At such ratios a chain of half-bands costs more than it saves: one kernel
 // of 64 units of the lower rate (hq/designs.h, kHqDirect16) between the
 // rates themselves keeps 0.45 of the lower rate and rejects from 0.55 of
-// it, and its inner products run on the input samples as they came, two
+// it (103 dB), and its inner products run on the input samples as they came, two
 // 16-bit products a tap. Output n stands at position p_n in the input
 // (rsmpl/hq/position.h, a step of M / L input frames) and reads the T input
 // samples ending at floor(p_n); tap k lies k - T/2 + 1 - frac(p_n) input
@@ -15,13 +15,14 @@
 // rates' own ratio, which a scale of it keeps): T = 2 ceil(32 in / out)
 // rounded up to a multiple of 8.
 //
-// Each tap c (Q20) is kept as hi 2^7 + lo, hi 16-bit and 0 <= lo < 2^7 one
+// Each tap c (Q21) is kept as hi 2^7 + lo, hi 16-bit and 0 <= lo < 2^7 one
 // byte, so that an inner product is two 16-bit ones whose sums stay inside
-// 32 bits for any input: |hi| <= 2^13 and the rows' magnitudes are below 3
-// (sum |x hi| < 2^30), T 2^7 < 2^15 (sum |x lo| < 2^30). Three bytes a tap
-// keep the rows of alsa-lib's 1024-frame periods (1024 fractions) within
-// the state's budget. The stage's output, in the chain's inside scale (S16
-// times 2^14), is (sum x c + 2^5) >> 6, clamped as every stage's.
+// 32 bits for any input: |hi| <= 2^14 and the rows' magnitudes are below 3
+// (sum |x hi| < 1.5 2^30), T 2^7 < 2^15 (sum |x lo| < 2^30). Three bytes a
+// tap keep the rows of alsa-lib's 1024-frame periods (1024 fractions)
+// within the state's budget. The stage's output, in the chain's inside
+// scale (S16 times 2^14), is (sum x c + 2^6) >> 7, clamped as every
+// stage's.
 //
 // The rows of taps are made as the stream first needs them, into the
 // state's row area: when the step's denominator (L) fits it, the row of
@@ -75,7 +76,7 @@ constexpr size_t hq_direct_row_bytes(uint32_t taps) { return size_t{3} * taps; }
 void hq_direct_row(const HqDirectDesign &d, uint64_t r, uint64_t den, uint8_t *row);
 
 // Inner products of `rows` channels' int16 windows (channel c at x + c
-// xstride) with a row: y[c ystride] = (sum x c + 2^5) >> 6 for c = hi 2^7
+// xstride) with a row: y[c ystride] = (sum x c + 2^6) >> 7 for c = hi 2^7
 // + lo, clamped to [-2^30, 2^30).
 using HqDot16Fn = void (*)(const int16_t *x, size_t xstride, uint32_t rows, const uint8_t *row, uint32_t taps,
                            int32_t *y, size_t ystride);

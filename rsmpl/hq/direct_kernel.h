@@ -22,10 +22,10 @@ inline int32_t hq_direct_clamp(int64_t v) {
   return static_cast<int32_t>(v > (1 << 30) - 1 ? (1 << 30) - 1 : v < -(1 << 30) ? -(1 << 30) : v);
 }
 
-// A row's sums to an output: (hi 2^7 + lo + 2^5) >> 6, which is 2 hi +
-// ((lo + 2^5) >> 6), clamped.
+// A row's sums to an output: (hi 2^7 + lo + 2^6) >> 7, which is hi + ((lo
+// + 2^6) >> 7), clamped.
 inline int32_t hq_direct_output(int32_t sum_hi, int32_t sum_lo) {
-  return hq_direct_clamp(2 * int64_t{sum_hi} + ((int64_t{sum_lo} + 32) >> 6));
+  return hq_direct_clamp(int64_t{sum_hi} + ((int64_t{sum_lo} + 64) >> 7));
 }
 
 // The position i + r / den exactly.
@@ -201,9 +201,10 @@ uint32_t hq_direct_pass(HqDirectJob *job) {
   const HqStep step = job->step;
   int32_t *const y = job->y;
   const HqPos pos = job->pos;
-  // A step of exactly one sample from a whole position: row 0 is the
-  // kernel's centre alone (its cutoff puts zeros on the other whole
-  // units), so the stage passes its input on, T/2 frames late.
+  // A step of exactly one sample from a whole position: the stage changes
+  // no rate, and passes its input on T/2 frames late, as its filter would
+  // but for what lies beyond its passband, which a stage at one rate has
+  // no images of.
   if (pos.f == 0 && pos.e == 0 && step.si == 1 && step.sf == 0 && step.se == 0) {
     const int64_t avail = job->end - pos.i;
     const uint32_t n = avail <= 0 ? 0 : avail < room ? static_cast<uint32_t>(avail) : room;

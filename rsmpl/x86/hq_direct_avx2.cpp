@@ -23,9 +23,9 @@ inline __m128i reduce4(__m256i h0, __m256i l0, __m256i h1, __m256i l1) {
   return _mm_add_epi32(_mm256_castsi256_si128(c), _mm256_extracti128_si256(c, 1));
 }
 
-// Eight outputs' final values: 2 hi + ((lo + 2^5) >> 6), clamped.
+// Eight outputs' final values: hi + ((lo + 2^6) >> 7), clamped.
 inline __m256i outputs8(__m256i h, __m256i l) {
-  const __m256i v = _mm256_add_epi32(_mm256_add_epi32(h, h), _mm256_srai_epi32(_mm256_add_epi32(l, _mm256_set1_epi32(32)), 6));
+  const __m256i v = _mm256_add_epi32(h, _mm256_srai_epi32(_mm256_add_epi32(l, _mm256_set1_epi32(64)), 7));
   return _mm256_max_epi32(_mm256_min_epi32(v, _mm256_set1_epi32((1 << 30) - 1)), _mm256_set1_epi32(-(1 << 30)));
 }
 
@@ -161,10 +161,10 @@ struct Avx2Dot16 {
         h1 = _mm256_add_epi32(h1, _mm256_and_si256(low, _mm256_madd_epi16(b, ch)));
         l1 = _mm256_add_epi32(l1, _mm256_and_si256(low, _mm256_madd_epi16(b, cl)));
       }
-      // 2 hi + ((lo + 2^5) >> 6) for both: the sums' bounds keep it in 32 bits.
+      // hi + ((lo + 2^6) >> 7) for both: the sums' bounds keep it in 32 bits.
       const __m128i s = reduce4(h0, l0, h1, l1);
       const __m128i hs = _mm_shuffle_epi32(s, 0x08), ls = _mm_shuffle_epi32(s, 0x0d);  // [h0 h1 ..], [l0 l1 ..]
-      __m128i v = _mm_add_epi32(_mm_add_epi32(hs, hs), _mm_srai_epi32(_mm_add_epi32(ls, _mm_set1_epi32(32)), 6));
+      __m128i v = _mm_add_epi32(hs, _mm_srai_epi32(_mm_add_epi32(ls, _mm_set1_epi32(64)), 7));
       v = _mm_max_epi32(_mm_min_epi32(v, _mm_set1_epi32((1 << 30) - 1)), _mm_set1_epi32(-(1 << 30)));
       y[r * ystride] = _mm_cvtsi128_si32(v);
       if (r + 1 < rows) y[(r + 1) * ystride] = _mm_extract_epi32(v, 1);

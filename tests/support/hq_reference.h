@@ -167,7 +167,7 @@ inline Signal direct(const Signal &x, uint32_t in, uint32_t out, uint64_t l, uin
       std::memcpy(&hi, row.data() + 2 * k, 2);
       sum += (int64_t{hi} * 128 + row[2 * taps + k]) * (at(x, e - (taps - 1) + k) >> 14);
     }
-    return round_clamp(sum, 6);
+    return round_clamp(sum, 7);
   };
   for (uint64_t n = 0; n < count; ++n) {
     const rsmpl::U128 p = rsmpl::U128{n} * rsmpl::U128{m};
