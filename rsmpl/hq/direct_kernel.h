@@ -34,17 +34,27 @@ inline HqPos hq_at_fraction(int64_t i, uint32_t r, uint64_t den) {
   return HqPos{i, static_cast<uint32_t>(scaled / den), static_cast<uint32_t>(scaled % den)};
 }
 
-// Row r of the row area for fractions r / den, made on first use.
-inline const uint8_t *hq_direct_row_at(const HqDirectJob &job, uint32_t r, uint64_t den) {
-  const HqDirectDesign &d = *job.design;
-  uint8_t *row = job.rows + size_t{r} * hq_direct_row_bytes(d.taps);
-  const uint32_t bit = 1u << (r & 31);
-  if ((job.made[r >> 5] & bit) == 0) {
-    hq_direct_row(d, r, den, row);
-    job.made[r >> 5] |= bit;
+// The row area for fractions r / den: row r made on first use. Its
+// pointers held here, where the stores of the outputs cannot alias them.
+struct HqDirectRows {
+  const HqDirectDesign &design;
+  uint8_t *rows;
+  uint32_t *bits;
+  size_t row_bytes;
+  uint64_t den;
+  HqDirectRows(const HqDirectJob &job, uint64_t fractions)
+      : design(*job.design), rows(job.rows), bits(job.made), row_bytes(hq_direct_row_bytes(job.design->taps)),
+        den(fractions) {}
+  const uint8_t *at(uint32_t r) const {
+    uint8_t *row = rows + size_t{r} * row_bytes;
+    const uint32_t bit = 1u << (r & 31);
+    if ((bits[r >> 5] & bit) == 0) {
+      hq_direct_row(design, r, den, row);
+      bits[r >> 5] |= bit;
+    }
+    return row;
   }
-  return row;
-}
+};
 
 // Exact rows: the position is i + r / den, and the step a whole number of
 // 1/den, so r steps by itself; the position is rebuilt at the end. Taps:
@@ -59,6 +69,7 @@ uint32_t hq_direct_exact(HqDirectJob *job) {
   const HqStep step = job->step;
   int32_t *const y = job->y;
   const uint64_t den = step.den;
+  const HqDirectRows rows(*job, den);
   const uint32_t dr = static_cast<uint32_t>(((uint64_t{step.sf} * den + step.se) >> 32));
   const uint32_t di = step.si;
   uint32_t r = static_cast<uint32_t>((uint64_t{job->pos.f} * den + job->pos.e) >> 32), last_r = 0;
@@ -79,7 +90,7 @@ uint32_t hq_direct_exact(HqDirectJob *job) {
         int64_t it = i;
         uint32_t rt = r;
         for (uint32_t t = 0; t < den; ++t) {
-          Dot16::lanes(x + (it - from), xstride, channels, hq_direct_row_at(*job, rt, den), taps,
+          Dot16::lanes(x + (it - from), xstride, channels, rows.at(rt), taps,
                        static_cast<uint32_t>(m), y + made + t, ystride, static_cast<uint32_t>(den));
           it += di;
           rt += dr;
@@ -98,21 +109,7 @@ uint32_t hq_direct_exact(HqDirectJob *job) {
       }
     }
   }
-  // One output at a time, the row area's pointers held here (the stores
-  // to y could otherwise alias the job's fields).
-  uint8_t *const rows = job->rows;
-  uint32_t *const bits = job->made;
-  const HqDirectDesign &design = *job->design;
-  const size_t row_bytes = hq_direct_row_bytes(taps);
-  auto row_at = [&](uint32_t at) {
-    uint8_t *row = rows + size_t{at} * row_bytes;
-    const uint32_t bit = 1u << (at & 31);
-    if ((bits[at >> 5] & bit) == 0) {
-      hq_direct_row(design, at, den, row);
-      bits[at >> 5] |= bit;
-    }
-    return row;
-  };
+  // One output at a time.
   auto step_on = [&] {
     last_i = i;
     last_r = r;
@@ -125,12 +122,12 @@ uint32_t hq_direct_exact(HqDirectJob *job) {
   };
   if (channels == 2) {
     for (; made < room && i < end; ++made) {
-      Dot16::dots2(x + (i - from), xstride, row_at(r), taps, y + made, ystride);
+      Dot16::dots2(x + (i - from), xstride, rows.at(r), taps, y + made, ystride);
       step_on();
     }
   } else {
     for (; made < room && i < end; ++made) {
-      Dot16::dots(x + (i - from), xstride, channels, row_at(r), taps, y + made, ystride);
+      Dot16::dots(x + (i - from), xstride, channels, rows.at(r), taps, y + made, ystride);
       step_on();
     }
   }
@@ -155,19 +152,8 @@ uint32_t hq_direct_grid(HqDirectJob *job) {
   const HqStep step = job->step;
   int32_t *const y = job->y;
   int32_t *const z = job->scratch;
-  uint8_t *const rows = job->rows;
-  uint32_t *const bits = job->made;
   const uint32_t g = design.grid_bits;
-  const size_t row_bytes = hq_direct_row_bytes(taps);
-  auto row_at = [&](uint32_t at) {
-    uint8_t *row = rows + size_t{at} * row_bytes;
-    const uint32_t bit = 1u << (at & 31);
-    if ((bits[at >> 5] & bit) == 0) {
-      hq_direct_row(design, at, uint64_t{1} << g, row);
-      bits[at >> 5] |= bit;
-    }
-    return row;
-  };
+  const HqDirectRows rows(*job, uint64_t{1} << g);
   HqPos pos = job->pos, last = job->last;
   uint32_t made = 0;
   for (; made < room && pos.i < end; ++made) {
@@ -175,11 +161,11 @@ uint32_t hq_direct_grid(HqDirectJob *job) {
     const uint32_t q = pos.f >> (32 - g);
     const int32_t w = static_cast<int32_t>((pos.f << g) >> 1);
     if (channels == 2) {
-      Dot16::dots2(window, xstride, row_at(q), taps, y + made, ystride);
-      if (w != 0) Dot16::dots2(window, xstride, row_at(q + 1), taps, z, 1);
+      Dot16::dots2(window, xstride, rows.at(q), taps, y + made, ystride);
+      if (w != 0) Dot16::dots2(window, xstride, rows.at(q + 1), taps, z, 1);
     } else {
-      Dot16::dots(window, xstride, channels, row_at(q), taps, y + made, ystride);
-      if (w != 0) Dot16::dots(window, xstride, channels, row_at(q + 1), taps, z, 1);
+      Dot16::dots(window, xstride, channels, rows.at(q), taps, y + made, ystride);
+      if (w != 0) Dot16::dots(window, xstride, channels, rows.at(q + 1), taps, z, 1);
     }
     if (w != 0)
       for (uint32_t c = 0; c < channels; ++c) {
