@@ -6,6 +6,8 @@
 // build) and clamped to the stages' range.
 #include <arm_neon.h>
 
+#include <cstring>
+
 #include "rsmpl/hq/kernel.h"
 
 namespace rsmpl {
@@ -35,40 +37,40 @@ inline void halfband4(const int32_t *x, const int32_t *oldest, const int32_t *g,
 struct NeonDot : HqPlainIo {
   static void half_up(const int32_t *x, const int32_t *g, uint32_t half, int32_t *out, uint32_t n) {
     const int32_t *oldest = x - (2 * half - 1);
-    uint32_t t = 0;
-    for (; t + 4 <= n; t += 4) {
+    // The last few outputs too, four wide: their inputs past n are read and
+    // their sums dropped.
+    for (uint32_t t = 0; t < n; t += 4) {
       int64x2_t lo = vdupq_n_s64(0), hi = vdupq_n_s64(0);
       halfband4(x + t, oldest + t, g, half, &lo, &hi);
       const int32x4_t fir = clamp(vcombine_s32(vqrshrn_n_s64(lo, 30), vqrshrn_n_s64(hi, 30)));
       int32x4x2_t pair;
       pair.val[0] = fir;
       pair.val[1] = vld1q_s32(x + t - (half - 1));
-      vst2q_s32(out + 2 * t, pair);
-    }
-    for (; t < n; ++t) {
-      const int32_t *newest = x + t;
-      int64_t sum = 0;
-      for (uint32_t d = 0; d < half; ++d) sum += int64_t{g[d]} * (*(newest - d) + oldest[t + d]);
-      out[2 * t] = hq_round(sum, 30);
-      out[2 * t + 1] = *(newest - (half - 1));
+      if (t + 4 <= n) {
+        vst2q_s32(out + 2 * t, pair);
+      } else {
+        int32_t tail[8];
+        vst2q_s32(tail, pair);
+        std::memcpy(out + 2 * t, tail, sizeof(int32_t) * 2 * (n - t));
+      }
     }
   }
 
   static void half_down(const int32_t *e, const int32_t *o, const int32_t *g, uint32_t half, int32_t *out,
                         uint32_t n) {
     const int32_t *oldest = e - (2 * half - 1);
-    uint32_t t = 0;
-    for (; t + 4 <= n; t += 4) {
+    for (uint32_t t = 0; t < n; t += 4) {
       const int32x4_t c = vld1q_s32(o + t);
       int64x2_t lo = vshll_n_s32(vget_low_s32(c), 30), hi = vshll_n_s32(vget_high_s32(c), 30);
       halfband4(e + t, oldest + t, g, half, &lo, &hi);
-      vst1q_s32(out + t, clamp(vcombine_s32(vqrshrn_n_s64(lo, 31), vqrshrn_n_s64(hi, 31))));
-    }
-    for (; t < n; ++t) {
-      const int32_t *newest = e + t;
-      int64_t sum = int64_t{o[t]} * (int64_t{1} << 30);
-      for (uint32_t d = 0; d < half; ++d) sum += int64_t{g[d]} * (*(newest - d) + oldest[t + d]);
-      out[t] = hq_round(sum, 31);
+      const int32x4_t y = clamp(vcombine_s32(vqrshrn_n_s64(lo, 31), vqrshrn_n_s64(hi, 31)));
+      if (t + 4 <= n) {
+        vst1q_s32(out + t, y);
+      } else {
+        int32_t tail[4];
+        vst1q_s32(tail, y);
+        std::memcpy(out + t, tail, sizeof(int32_t) * (n - t));
+      }
     }
   }
 

@@ -19,11 +19,12 @@ namespace rsmpl {
 
 // The interpolating half-band over n inputs: for t < n, out[2 t] is the
 // filtering branch sum_d g[d] (x[t - d] + x[t - 2 half + 1 + d]) rounded by
-// 2^30, and out[2 t + 1] = x[t - half + 1]. x[-(2 half - 1)] must exist.
+// 2^30, and out[2 t + 1] = x[t - half + 1]. x[-(2 half - 1)] to x[n + 6]
+// must exist: builds fill their last lanes past n and drop those sums.
 using HqHalfUpFn = void (*)(const int32_t *x, const int32_t *g, uint32_t half, int32_t *out, uint32_t n);
 // The decimating half-band for n outputs: out[t] = (sum_d g[d] (e[t - d] +
 // e[t - 2 half + 1 + d]) + 2^30 o[t]) rounded by 2^31, e the even and o the
-// odd input samples.
+// odd input samples, both readable to [n + 6] as above.
 using HqHalfDownFn = void (*)(const int32_t *e, const int32_t *o, const int32_t *g, uint32_t half,
                               int32_t *out, uint32_t n);
 // The kernel's taps between phases: b = c0[k] + floor(d1[k] w / 2^31) +

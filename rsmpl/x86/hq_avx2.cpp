@@ -7,6 +7,8 @@
 // shift is the arithmetic one's.
 #include <immintrin.h>
 
+#include <cstring>
+
 #include "rsmpl/hq/kernel.h"
 #include "skelda/rsmpl_hq.h"
 
@@ -199,22 +201,19 @@ struct Avx2Io {
 struct Avx2Dot : Avx2Io {
   static void half_up(const int32_t *x, const int32_t *g, uint32_t half, int32_t *out, uint32_t n) {
     const int32_t *oldest = x - (2 * half - 1);
-    uint32_t t = 0;
-    for (; t + 8 <= n; t += 8) {
+    // The last few outputs too, eight wide: their inputs past n are read and
+    // their sums dropped.
+    for (uint32_t t = 0; t < n; t += 8) {
       __m256i e = _mm256_setzero_si256(), o = _mm256_setzero_si256();
       halfband8(x + t, oldest + t, g, half, &e, &o);
       const __m256i fir = interleave(round_clamp<30>(e), round_clamp<30>(o));
       const __m256i copy = load(x + t - (half - 1));
       const __m256i a = _mm256_unpacklo_epi32(fir, copy), b = _mm256_unpackhi_epi32(fir, copy);
-      store(out + 2 * t, _mm256_permute2x128_si256(a, b, 0x20));
-      store(out + 2 * t + 8, _mm256_permute2x128_si256(a, b, 0x31));
-    }
-    for (; t < n; ++t) {
-      const int32_t *newest = x + t;
-      int64_t sum = 0;
-      for (uint32_t d = 0; d < half; ++d) sum += int64_t{g[d]} * (*(newest - d) + oldest[t + d]);
-      out[2 * t] = hq_round(sum, 30);
-      out[2 * t + 1] = *(newest - (half - 1));
+      int32_t tail[16];
+      int32_t *to = t + 8 <= n ? out + 2 * t : tail;
+      store(to, _mm256_permute2x128_si256(a, b, 0x20));
+      store(to + 8, _mm256_permute2x128_si256(a, b, 0x31));
+      if (to == tail) std::memcpy(out + 2 * t, tail, sizeof(int32_t) * 2 * (n - t));
     }
   }
 
@@ -222,18 +221,18 @@ struct Avx2Dot : Avx2Io {
                         uint32_t n) {
     const int32_t *oldest = e - (2 * half - 1);
     const __m256i centre = _mm256_set1_epi64x(int64_t{1} << 30);
-    uint32_t t = 0;
-    for (; t + 8 <= n; t += 8) {
+    for (uint32_t t = 0; t < n; t += 8) {
       const __m256i c = load(o + t);
       __m256i even = mul_even(c, centre), odd = _mm256_mul_epi32(_mm256_srli_epi64(c, 32), centre);
       halfband8(e + t, oldest + t, g, half, &even, &odd);
-      store(out + t, interleave(round_clamp<31>(even), round_clamp<31>(odd)));
-    }
-    for (; t < n; ++t) {
-      const int32_t *newest = e + t;
-      int64_t sum = int64_t{o[t]} * (int64_t{1} << 30);
-      for (uint32_t d = 0; d < half; ++d) sum += int64_t{g[d]} * (*(newest - d) + oldest[t + d]);
-      out[t] = hq_round(sum, 31);
+      const __m256i y = interleave(round_clamp<31>(even), round_clamp<31>(odd));
+      if (t + 8 <= n) {
+        store(out + t, y);
+      } else {
+        int32_t tail[8];
+        store(tail, y);
+        std::memcpy(out + t, tail, sizeof(int32_t) * (n - t));
+      }
     }
   }
 

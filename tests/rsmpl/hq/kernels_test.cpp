@@ -52,7 +52,7 @@ TEST(HqKernels, HalfBandsMatchThePlainBuild) {
   std::mt19937 rng(7);
   for (const auto *h : halfbands())
     for (int kind = 0; kind < 4; ++kind)
-      for (uint32_t n : {1u, 7u, 8u, 9u, 17u, 64u}) {
+      for (uint32_t n : {1u, 2u, 7u, 8u, 9u, 14u, 17u, 64u}) {
         const uint32_t hist = 2 * h->half - 1;
         const auto x = samples(hist + n + 8, kind, rng), o = samples(n + 8, kind ^ 3, rng);
         std::vector<int32_t> want_up(2 * n), want_down(n);
