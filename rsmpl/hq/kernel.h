@@ -64,9 +64,9 @@ void hq_dots(const int32_t *x, size_t xstride, uint32_t rows, const int32_t *c, 
 }
 
 template <class Dot>
-void hq_deposit(int64_t *acc, size_t astride, uint32_t rows, const int32_t *x, size_t xstride,
-                const int32_t *c, uint32_t taps) {
-  Dot::deposit(acc, astride, rows, x, xstride, c, taps);
+void hq_deposits(int64_t *acc, size_t astride, uint32_t rows, const int32_t *x, size_t xstride,
+                 const int32_t *const *c, const uint32_t *at, uint32_t n, uint32_t taps) {
+  Dot::deposits(acc, astride, rows, x, xstride, c, at, n, taps);
 }
 
 // The kernel's taps for row q at weight w, times gain (Q29), into c.
@@ -160,6 +160,9 @@ uint32_t hq_poly_pass(HqPolyJob *job) {
   return made;
 }
 
+// Inputs of the transposed stage that one call of the deposits takes at most.
+constexpr uint32_t kHqDepositBatch = 64;
+
 template <class Dot>
 void hq_poly_t_pass(HqPolyTJob *job) {
   const HqKernel &k = *job->kernel;
@@ -176,21 +179,31 @@ void hq_poly_t_pass(HqPolyTJob *job) {
   }
   const uint64_t den = job->step.den;
   const bool cached = hq_on_grid(job->cache, pos, den);
-  for (uint32_t t = 0; t < job->count; ++t) {
-    const int32_t *c = job->coef;
-    if (cached) {
-      c = hq_cached<Dot>(job->cache, k, pos, den, false, job->gain);
-    } else {
-      uint32_t q;
-      int32_t w;
-      hq_reflect(pos, k.phase_bits, false, &q, &w);
-      hq_taps<Dot>(k, q, w, job->gain, job->coef);
+  // The inputs go to the sums a batch at a time, each input's taps and first
+  // sum found first (blended taps one row of coef each).
+  const uint32_t batch = cached || job->coef_rows > kHqDepositBatch ? kHqDepositBatch : job->coef_rows;
+  const int32_t *cs[kHqDepositBatch];
+  uint32_t at[kHqDepositBatch];
+  for (uint32_t t = 0; t < job->count;) {
+    const uint32_t n = job->count - t < batch ? job->count - t : batch;
+    for (uint32_t i = 0; i < n; ++i) {
+      if (cached) {
+        cs[i] = hq_cached<Dot>(job->cache, k, pos, den, false, job->gain);
+      } else {
+        uint32_t q;
+        int32_t w;
+        hq_reflect(pos, k.phase_bits, false, &q, &w);
+        int32_t *c = job->coef + size_t{i} * k.taps;
+        hq_taps<Dot>(k, q, w, job->gain, c);
+        cs[i] = c;
+      }
+      const int64_t first = pos.i + ((pos.f != 0 || pos.e != 0) ? 1 : 0);
+      at[i] = static_cast<uint32_t>(first - job->acc_base);
+      last = pos;
+      hq_advance(pos, job->step);
     }
-    const int64_t first = pos.i + ((pos.f != 0 || pos.e != 0) ? 1 : 0);
-    Dot::deposit(job->acc + (first - job->acc_base), job->astride, job->channels, job->x + t, job->xstride, c,
-                 k.taps);
-    last = pos;
-    hq_advance(pos, job->step);
+    Dot::deposits(job->acc, job->astride, job->channels, job->x + t, job->xstride, cs, at, n, k.taps);
+    t += n;
   }
   job->pos = pos;
   job->last = last;
@@ -250,7 +263,7 @@ struct HqPlainIo {
 
 template <class Dot>
 constexpr HqKernels make_hq_kernels() {
-  return HqKernels{Dot::half_up,      Dot::half_down,        hq_blend<Dot>, hq_dots<Dot>, hq_deposit<Dot>,
+  return HqKernels{Dot::half_up,      Dot::half_down,        hq_blend<Dot>, hq_dots<Dot>, hq_deposits<Dot>,
                    hq_poly_pass<Dot>, hq_poly_t_pass<Dot>, Dot::take,     Dot::split,   Dot::give};
 }
 

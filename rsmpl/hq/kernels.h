@@ -36,9 +36,11 @@ using HqBlendFn = void (*)(const int32_t *rows, uint32_t taps, int32_t w, int32_
 // + k], rounded by 2^30.
 using HqDotsFn = void (*)(const int32_t *x, size_t xstride, uint32_t rows, const int32_t *c, uint32_t taps,
                           int32_t *y, size_t ystride);
-// Deposits for `rows` channels: acc[r astride + k] += x[r xstride] c[k].
-using HqDepositFn = void (*)(int64_t *acc, size_t astride, uint32_t rows, const int32_t *x, size_t xstride,
-                             const int32_t *c, uint32_t taps);
+// Deposits of n inputs for `rows` channels: input t adds x[r xstride + t]
+// c[t][k] to acc[r astride + at[t] + k] for k < taps, with at[] not
+// decreasing and taps at least 4.
+using HqDepositsFn = void (*)(int64_t *acc, size_t astride, uint32_t rows, const int32_t *x, size_t xstride,
+                              const int32_t *const *c, const uint32_t *at, uint32_t n, uint32_t taps);
 
 // The taps of every phase a ratio L / M visits, made once each: when the
 // step's denominator (L going up, M going down) is at most `phases` and the
@@ -83,7 +85,8 @@ struct HqPolyTJob {
   HqStep step;
   int32_t gain;      // Q29: the output positions an input spans (the step)
   const HqKernel *kernel;
-  int32_t *coef;
+  int32_t *coef;     // coef_rows rows of taps int32 of scratch (at least 1)
+  uint32_t coef_rows;
   int64_t *acc;      // channel c's sums at acc + c astride
   size_t astride;
   int64_t acc_base;  // output index of acc[0]
@@ -109,7 +112,7 @@ struct HqKernels {
   HqHalfDownFn half_down;
   HqBlendFn blend;
   HqDotsFn dots;
-  HqDepositFn deposit;
+  HqDepositsFn deposits;
   HqPolyFn poly;
   HqPolyTFn poly_t;
   HqTakeFn take;

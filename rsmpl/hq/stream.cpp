@@ -187,11 +187,14 @@ void run_poly_t(RSMPL_HqState *st, uint32_t s) {
     job.step = st->step;
     job.gain = st->gain;
     job.kernel = &st->design().kernel;
-    job.coef = st->coef();
     job.acc = st->acc(0);
     job.astride = st->acc_cap;
     job.acc_base = st->acc_base;
     job.cache = phase_cache(st);
+    // A step too fine for the cache leaves its rows free for the taps of a
+    // batch of inputs; else the four rows of blended taps.
+    job.coef = job.cache.rows == nullptr ? st->cache() : st->coef();
+    job.coef_rows = job.cache.rows == nullptr ? kHqCachePhases : 4;
     kernels().poly_t(&job);
     st->prev = job.last;
     st->prev_step = st->step;

@@ -316,36 +316,92 @@ struct Avx2Dot : Avx2Io {
     }
   }
 
-  static void deposit(int64_t *acc, size_t astride, uint32_t rows, const int32_t *x, size_t xstride,
-                      const int32_t *c, uint32_t taps) {
-    const uint32_t body = taps & ~3u;
+  // Each input's taps go to a window of blocks of four sums held in
+  // registers, which moves on over the sums as the inputs do: a block leaves
+  // it (added to the sums in memory) once no later input of the call
+  // reaches it. Two channels share each load of the taps where their windows
+  // fit the registers together (16 taps), else one channel at a time (24).
+  static void deposits(int64_t *acc, size_t astride, uint32_t rows, const int32_t *x, size_t xstride,
+                       const int32_t *const *c, const uint32_t *at, uint32_t n, uint32_t taps) {
+    if (n == 0) return;
     uint32_t r = 0;
-    // Two rows at a time share every load of the taps.
-    for (; r + 2 <= rows; r += 2) {
-      int64_t *a0 = acc + r * astride, *a1 = a0 + astride;
-      const __m256i x0 = _mm256_set1_epi32(x[r * xstride]), x1 = _mm256_set1_epi32(x[(r + 1) * xstride]);
-      for (uint32_t k = 0; k < body; k += 4) {
-        const __m256i cv = _mm256_cvtepi32_epi64(_mm_loadu_si128(reinterpret_cast<const __m128i *>(c + k)));
-        __m256i *p0 = reinterpret_cast<__m256i *>(a0 + k), *p1 = reinterpret_cast<__m256i *>(a1 + k);
-        _mm256_storeu_si256(p0, _mm256_add_epi64(_mm256_loadu_si256(p0), _mm256_mul_epi32(cv, x0)));
-        _mm256_storeu_si256(p1, _mm256_add_epi64(_mm256_loadu_si256(p1), _mm256_mul_epi32(cv, x1)));
+    if (taps == 16) {
+      for (; r + 2 <= rows; r += 2) deposit_window<5, 2>(acc + r * astride, astride, x + r * xstride, xstride, c, at, n);
+      if (r < rows) deposit_window<5, 1>(acc + r * astride, astride, x + r * xstride, xstride, c, at, n);
+    } else if (taps == 24) {
+      for (; r < rows; ++r) deposit_window<7, 1>(acc + r * astride, astride, x + r * xstride, xstride, c, at, n);
+    } else {
+      for (uint32_t t = 0; t < n; ++t)
+        for (r = 0; r < rows; ++r)
+          for (uint32_t k = 0; k < taps; ++k)
+            acc[r * astride + at[t] + k] += int64_t{x[r * xstride + t]} * c[t][k];
+    }
+  }
+
+  template <int W, int Rows>
+  static void deposit_window(int64_t *acc, size_t astride, const int32_t *x, size_t xstride,
+                             const int32_t *const *c, const uint32_t *at, uint32_t n) {
+    constexpr uint32_t taps = 4 * (W - 1);
+    // Lanes l from kWindow + s are on for 4 - s <= l < 8 - s.
+    static const int32_t kWindow[12] = {0, 0, 0, 0, -1, -1, -1, -1, 0, 0, 0, 0};
+    __m256i s[Rows][W];
+#pragma GCC unroll 2
+    for (int q = 0; q < Rows; ++q)
+#pragma GCC unroll 8
+      for (int i = 0; i < W; ++i) s[q][i] = _mm256_setzero_si256();
+    uint32_t j = at[0] & ~3u;  // the first sum of the window's first block
+    const uint32_t end = at[n - 1] + taps;
+    for (uint32_t t = 0; t < n; ++t) {
+      while (at[t] >= j + 4) {
+        // No later input reaches sums j .. j + 3 (all of them below `end`).
+#pragma GCC unroll 2
+        for (int q = 0; q < Rows; ++q) {
+          add4(acc + q * astride + j, s[q][0]);
+#pragma GCC unroll 8
+          for (int i = 0; i + 1 < W; ++i) s[q][i] = s[q][i + 1];
+          s[q][W - 1] = _mm256_setzero_si256();
+        }
+        j += 4;
       }
-      for (uint32_t k = body; k < taps; ++k) {
-        a0[k] += int64_t{x[r * xstride]} * c[k];
-        a1[k] += int64_t{x[(r + 1) * xstride]} * c[k];
+      // The input's first sum is the window's j + r: block i takes its taps
+      // 4 i - r .. 4 i - r + 3, of which the first block's from r on and the
+      // last block's below r lie in its row (those masked are not read).
+      const uint32_t r = at[t] - j;
+      const uintptr_t row = reinterpret_cast<uintptr_t>(c[t]) - 4 * uintptr_t{r};
+      __m256i cv[W];
+      cv[0] = _mm256_cvtepi32_epi64(_mm_maskload_epi32(reinterpret_cast<const int *>(row), load4(kWindow + 4 - r)));
+#pragma GCC unroll 8
+      for (int i = 1; i + 1 < W; ++i) cv[i] = _mm256_cvtepi32_epi64(load4(reinterpret_cast<const int32_t *>(row) + 4 * i));
+      cv[W - 1] = _mm256_cvtepi32_epi64(
+          _mm_maskload_epi32(reinterpret_cast<const int *>(row) + 4 * (W - 1), load4(kWindow + 8 - r)));
+#pragma GCC unroll 2
+      for (int q = 0; q < Rows; ++q) {
+        const __m256i xv = _mm256_set1_epi32(x[q * xstride + t]);
+#pragma GCC unroll 8
+        for (int i = 0; i < W; ++i) s[q][i] = _mm256_add_epi64(s[q][i], _mm256_mul_epi32(cv[i], xv));
       }
     }
-    for (; r < rows; ++r) {
-      int64_t *a = acc + r * astride;
-      const __m256i xv = _mm256_set1_epi32(x[r * xstride]);
-      for (uint32_t k = 0; k < body; k += 4) {
-        const __m256i cv = _mm256_cvtepi32_epi64(_mm_loadu_si128(reinterpret_cast<const __m128i *>(c + k)));
-        __m256i *p = reinterpret_cast<__m256i *>(a + k);
-        _mm256_storeu_si256(p, _mm256_add_epi64(_mm256_loadu_si256(p), _mm256_mul_epi32(cv, xv)));
+    // The window's blocks into the sums, as far as the sums go.
+#pragma GCC unroll 8
+    for (int i = 0; i < W && j < end; ++i, j += 4)
+#pragma GCC unroll 2
+      for (int q = 0; q < Rows; ++q) {
+        if (j + 4 <= end)
+          add4(acc + q * astride + j, s[q][i]);
+        else
+          add_some(acc + q * astride + j, s[q][i], end - j);
       }
-      const int64_t v = x[r * xstride];
-      for (uint32_t k = body; k < taps; ++k) a[k] += v * c[k];
-    }
+  }
+
+  static __m128i load4(const int32_t *p) { return _mm_loadu_si128(reinterpret_cast<const __m128i *>(p)); }
+  static void add4(int64_t *p, __m256i v) {
+    __m256i *q = reinterpret_cast<__m256i *>(p);
+    _mm256_storeu_si256(q, _mm256_add_epi64(_mm256_loadu_si256(q), v));
+  }
+  static void add_some(int64_t *p, __m256i v, uint32_t count) {
+    int64_t lanes[4];
+    _mm256_storeu_si256(reinterpret_cast<__m256i *>(lanes), v);
+    for (uint32_t l = 0; l < count; ++l) p[l] += lanes[l];
   }
 };
 

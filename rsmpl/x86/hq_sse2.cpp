@@ -117,6 +117,12 @@ struct Sse2Dot : HqPlainIo {
     for (uint32_t i = 0; i < 4; ++i) dots(x[i], xstride, rows, c[i], taps, y + i, ystride);
   }
 
+  static void deposits(int64_t *acc, size_t astride, uint32_t rows, const int32_t *x, size_t xstride,
+                       const int32_t *const *c, const uint32_t *at, uint32_t n, uint32_t taps) {
+    for (uint32_t t = 0; t < n; ++t) deposit(acc + at[t], astride, rows, x + t, xstride, c[t], taps);
+  }
+
+  // One input's taps into its sums.
   static void deposit(int64_t *acc, size_t astride, uint32_t rows, const int32_t *x, size_t xstride,
                       const int32_t *c, uint32_t taps) {
     const uint32_t body = taps & ~3u;

@@ -92,32 +92,72 @@ TEST(HqKernels, BlendsMatchThePlainBuildOnEveryRow) {
   }
 }
 
-TEST(HqKernels, InnerProductsAndDepositsMatchThePlainBuild) {
+// Taps at the largest a row holds (Q30, summing to about 1.3), or all at
+// the top for samples of kind 1; divided by `share` where that many rows
+// add to one sum, so that sums stay as bounded as the stages keep them.
+std::vector<int32_t> kernel_taps(uint32_t taps, int kind, std::mt19937 &rng, uint32_t share = 1) {
+  std::vector<int32_t> c(taps);
+  for (auto &v : c) v = (static_cast<int32_t>(rng() % (3u << 28)) - (3 << 27)) / static_cast<int32_t>(share);
+  if (kind == 1) c.assign(taps, (1 << 30) / static_cast<int32_t>(taps * share) * 2);
+  return c;
+}
+
+TEST(HqKernels, InnerProductsMatchThePlainBuild) {
   std::mt19937 rng(11);
-  for (uint32_t taps : {4u, 16u, 20u, 23u, 40u})
+  for (uint32_t taps : {4u, 16u, 20u, 23u, 24u, 40u})
     for (uint32_t rows : {1u, 2u, 3u, 7u})
       for (int kind = 0; kind < 4; ++kind) {
         const size_t stride = taps + 5;
         const auto x = samples(stride * rows, kind, rng);
-        // Taps at the largest a row holds (Q30, summing to about 1.3).
-        std::vector<int32_t> c(taps);
-        for (auto &v : c) v = static_cast<int32_t>(rng() % (3u << 28)) - (3 << 27);
-        if (kind == 1) c.assign(taps, (1 << 30) / static_cast<int32_t>(taps) * 2);
+        const auto c = kernel_taps(taps, kind, rng);
         std::vector<int32_t> want(rows * 2);
         plain().dots(x.data(), stride, rows, c.data(), taps, want.data(), 2);
-        std::vector<int64_t> acc0(stride * rows);
-        for (auto &v : acc0) v = (static_cast<int64_t>(rng()) << 28) - (int64_t{1} << 59);
-        std::vector<int64_t> want_acc = acc0;
-        plain().deposit(want_acc.data(), stride, rows, x.data(), stride, c.data(), taps);
         for (const auto *set : test_support::runnable_sets()) {
           std::vector<int32_t> got(rows * 2);
           set->hq->dots(x.data(), stride, rows, c.data(), taps, got.data(), 2);
           EXPECT_EQ(got, want) << set->name << " taps " << taps << " rows " << rows << " kind " << kind;
-          std::vector<int64_t> acc = acc0;
-          set->hq->deposit(acc.data(), stride, rows, x.data(), stride, c.data(), taps);
-          EXPECT_EQ(acc, want_acc) << set->name << " taps " << taps << " rows " << rows << " kind " << kind;
         }
       }
+}
+
+// Batches of inputs, each with its own taps, whose first sums step by 0 to 9
+// from one input to the next (several inputs on one sum; sums a block of
+// four or more apart), starting anywhere in a block of four; the sums past
+// the last input's stay as they were.
+TEST(HqKernels, DepositsMatchThePlainBuild) {
+  std::mt19937 rng(19);
+  struct Spacing {
+    uint32_t least, most;  // sums from one input's first to the next one's
+  };
+  const Spacing spacings[] = {{0, 0}, {1, 1}, {1, 2}, {0, 3}, {4, 9}};
+  int kind = 0;
+  for (uint32_t taps : {4u, 16u, 20u, 23u, 24u})
+    for (uint32_t rows : {1u, 2u, 3u})
+      for (const Spacing &sp : spacings)
+        for (uint32_t n : {1u, 5u, 64u})
+          for (uint32_t start : {0u, 1u, 3u}) {
+            kind = (kind + 1) % 4;
+            std::vector<uint32_t> at(n, start);
+            for (uint32_t t = 1; t < n; ++t) at[t] = at[t - 1] + sp.least + rng() % (sp.most - sp.least + 1);
+            const size_t astride = at[n - 1] + taps + 7, xstride = n + 3;
+            const auto x = samples(xstride * rows, kind, rng);
+            // The most inputs that reach one sum.
+            const uint32_t share = sp.least == 0 ? n : (taps + sp.least - 1) / sp.least;
+            std::vector<std::vector<int32_t>> rows_of_taps;
+            std::vector<const int32_t *> c;
+            for (uint32_t t = 0; t < n; ++t) rows_of_taps.push_back(kernel_taps(taps, kind, rng, share));
+            for (const auto &row : rows_of_taps) c.push_back(row.data());
+            std::vector<int64_t> acc0(astride * rows);
+            for (auto &v : acc0) v = (static_cast<int64_t>(rng()) << 27) - (int64_t{1} << 58);
+            std::vector<int64_t> want = acc0;
+            plain().deposits(want.data(), astride, rows, x.data(), xstride, c.data(), at.data(), n, taps);
+            for (const auto *set : test_support::runnable_sets()) {
+              std::vector<int64_t> got = acc0;
+              set->hq->deposits(got.data(), astride, rows, x.data(), xstride, c.data(), at.data(), n, taps);
+              EXPECT_EQ(got, want) << set->name << " taps " << taps << " rows " << rows << " steps " << sp.least
+                                   << ".." << sp.most << " n " << n << " from " << start;
+            }
+          }
 }
 
 // Whole passes of both polyphase stages over positions that start whole,
@@ -164,6 +204,7 @@ TEST(HqKernels, PolyphasePassesMatchThePlainBuild) {
           t.acc = want_acc.data();
           t.astride = 400;
           t.acc_base = 30;
+          t.coef_rows = 4;
           rsmpl::HqPolyTJob want_t = t;
           plain().poly_t(&want_t);
           for (const auto *set : test_support::runnable_sets()) {
@@ -174,11 +215,17 @@ TEST(HqKernels, PolyphasePassesMatchThePlainBuild) {
             EXPECT_EQ(got, want) << set->name << " channels " << channels;
             EXPECT_EQ(j.pos.i, want_job.pos.i) << set->name;
             EXPECT_EQ(j.pos.f, want_job.pos.f) << set->name;
-            std::vector<int64_t> acc(400 * channels);
-            rsmpl::HqPolyTJob jt = t;
-            jt.acc = acc.data();
-            set->hq->poly_t(&jt);
-            EXPECT_EQ(acc, want_acc) << set->name << " channels " << channels;
+            // Blended taps a row at a time, four, or a batch of them.
+            for (uint32_t coef_rows : {1u, 4u, 64u}) {
+              std::vector<int32_t> rows_of_taps(coef_rows * grade.kernel.taps);
+              std::vector<int64_t> acc(400 * channels);
+              rsmpl::HqPolyTJob jt = t;
+              jt.acc = acc.data();
+              jt.coef = rows_of_taps.data();
+              jt.coef_rows = coef_rows;
+              set->hq->poly_t(&jt);
+              EXPECT_EQ(acc, want_acc) << set->name << " channels " << channels << " rows of taps " << coef_rows;
+            }
           }
         }
 }
