@@ -122,6 +122,15 @@ struct NeonDot : HqPlainIo {
     for (uint32_t i = 0; i < 4; ++i) dots(x[i], xstride, rows, c[i], taps, y + i, ystride);
   }
 
+  static void round_sums(const int64_t *sums, uint32_t n, int32_t *y) {
+    uint32_t j = 0;
+    for (; j + 4 <= n; j += 4) {
+      const int32x2_t lo = vqrshrn_n_s64(vld1q_s64(sums + j), 30), hi = vqrshrn_n_s64(vld1q_s64(sums + j + 2), 30);
+      vst1q_s32(y + j, clamp(vcombine_s32(lo, hi)));
+    }
+    hq_round_sums_plain(sums + j, n - j, y + j);
+  }
+
   static void deposits(int64_t *acc, size_t astride, uint32_t rows, const int32_t *x, size_t xstride,
                        const int32_t *const *c, const uint32_t *at, uint32_t n, uint32_t taps) {
     for (uint32_t t = 0; t < n; ++t) deposit(acc + at[t], astride, rows, x + t, xstride, c[t], taps);

@@ -76,6 +76,17 @@ inline void hq_taps(const HqKernel &k, uint32_t q, int32_t w, int32_t gain, int3
   Dot::blend(rows, k.taps, w, hq_weight2(w), gain, c);
 }
 
+// Makes a row of the cache: once per row and step, so kept out of the
+// loops that look rows up.
+template <class Dot>
+[[gnu::noinline, gnu::cold]] void hq_make_row(const HqKernel &k, HqPos pos, bool whole_is_one, int32_t gain,
+                                              int32_t *row) {
+  uint32_t q;
+  int32_t w;
+  hq_reflect(pos, k.phase_bits, whole_is_one, &q, &w);
+  hq_taps<Dot>(k, q, w, gain, row);
+}
+
 // The cached taps for the fraction of pos, made on first use; null when the
 // position is off the cache's grid.
 template <class Dot>
@@ -86,10 +97,7 @@ inline const int32_t *hq_cached(const HqPhaseCache &cache, const HqKernel &k, co
   int32_t *row = cache.rows + size_t{r} * k.taps;
   const uint32_t bit = 1u << (r & 31);
   if ((cache.made[r >> 5] & bit) == 0) {
-    uint32_t q;
-    int32_t w;
-    hq_reflect(pos, k.phase_bits, whole_is_one, &q, &w);
-    hq_taps<Dot>(k, q, w, gain, row);
+    hq_make_row<Dot>(k, pos, whole_is_one, gain, row);
     cache.made[r >> 5] |= bit;
   }
   return row;
@@ -177,32 +185,35 @@ void hq_poly_t_pass(HqPolyTJob *job) {
     job->pos = HqPos{pos.i + job->count, 0, 0};
     return;
   }
-  const uint64_t den = job->step.den;
-  const bool cached = hq_on_grid(job->cache, pos, den);
+  // Read once: the stores of taps below could otherwise alias them.
+  const HqStep step = job->step;
+  const HqPhaseCache cache = job->cache;
+  const uint64_t den = step.den;
+  const int32_t gain = job->gain;
+  const int64_t base = job->acc_base;
+  const uint32_t count = job->count, taps = k.taps;
+  const bool cached = hq_on_grid(cache, pos, den);
   // The inputs go to the sums a batch at a time, each input's taps and first
   // sum found first (blended taps one row of coef each).
   const uint32_t batch = cached || job->coef_rows > kHqDepositBatch ? kHqDepositBatch : job->coef_rows;
   const int32_t *cs[kHqDepositBatch];
   uint32_t at[kHqDepositBatch];
-  for (uint32_t t = 0; t < job->count;) {
-    const uint32_t n = job->count - t < batch ? job->count - t : batch;
+  for (uint32_t t = 0; t < count;) {
+    const uint32_t n = count - t < batch ? count - t : batch;
     for (uint32_t i = 0; i < n; ++i) {
       if (cached) {
-        cs[i] = hq_cached<Dot>(job->cache, k, pos, den, false, job->gain);
+        cs[i] = hq_cached<Dot>(cache, k, pos, den, false, gain);
       } else {
-        uint32_t q;
-        int32_t w;
-        hq_reflect(pos, k.phase_bits, false, &q, &w);
-        int32_t *c = job->coef + size_t{i} * k.taps;
-        hq_taps<Dot>(k, q, w, job->gain, c);
+        int32_t *c = job->coef + size_t{i} * taps;
+        hq_make_row<Dot>(k, pos, false, gain, c);
         cs[i] = c;
       }
       const int64_t first = pos.i + ((pos.f != 0 || pos.e != 0) ? 1 : 0);
-      at[i] = static_cast<uint32_t>(first - job->acc_base);
+      at[i] = static_cast<uint32_t>(first - base);
       last = pos;
-      hq_advance(pos, job->step);
+      hq_advance(pos, step);
     }
-    Dot::deposits(job->acc, job->astride, job->channels, job->x + t, job->xstride, cs, at, n, k.taps);
+    Dot::deposits(job->acc, job->astride, job->channels, job->x + t, job->xstride, cs, at, n, taps);
     t += n;
   }
   job->pos = pos;
@@ -251,6 +262,10 @@ inline void hq_give_plain(const int32_t *const *from, uint32_t channels, uint32_
     }
 }
 
+inline void hq_round_sums_plain(const int64_t *sums, uint32_t n, int32_t *y) {
+  for (uint32_t j = 0; j < n; ++j) y[j] = hq_round(sums[j], 30);
+}
+
 struct HqPlainIo {
   static void take(const void *src, bool s32, uint32_t channels, uint32_t frames, uint32_t ways, int32_t *const *to) {
     hq_take_plain(src, s32, channels, frames, ways, to);
@@ -263,8 +278,9 @@ struct HqPlainIo {
 
 template <class Dot>
 constexpr HqKernels make_hq_kernels() {
-  return HqKernels{Dot::half_up,      Dot::half_down,        hq_blend<Dot>, hq_dots<Dot>, hq_deposits<Dot>,
-                   hq_poly_pass<Dot>, hq_poly_t_pass<Dot>, Dot::take,     Dot::split,   Dot::give};
+  return HqKernels{Dot::half_up,         Dot::half_down,    hq_blend<Dot>,       hq_dots<Dot>,
+                   hq_deposits<Dot>,      Dot::round_sums,   hq_poly_pass<Dot>,   hq_poly_t_pass<Dot>,
+                   Dot::take,             Dot::split,        Dot::give};
 }
 
 }  // namespace

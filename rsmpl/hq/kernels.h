@@ -36,6 +36,9 @@ using HqBlendFn = void (*)(const int32_t *rows, uint32_t taps, int32_t w, int32_
 // + k], rounded by 2^30.
 using HqDotsFn = void (*)(const int32_t *x, size_t xstride, uint32_t rows, const int32_t *c, uint32_t taps,
                           int32_t *y, size_t ystride);
+// n sums of Q30 products out as samples: y[j] = sums[j] rounded half up by
+// 2^30 and clamped to [-2^30, 2^30).
+using HqRoundFn = void (*)(const int64_t *sums, uint32_t n, int32_t *y);
 // Deposits of n inputs for `rows` channels: input t adds x[r xstride + t]
 // c[t][k] to acc[r astride + at[t] + k] for k < taps, with at[] not
 // decreasing and taps at least 4.
@@ -113,6 +116,7 @@ struct HqKernels {
   HqBlendFn blend;
   HqDotsFn dots;
   HqDepositsFn deposits;
+  HqRoundFn round_sums;
   HqPolyFn poly;
   HqPolyTFn poly_t;
   HqTakeFn take;

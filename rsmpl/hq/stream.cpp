@@ -151,10 +151,7 @@ void complete_poly_t(RSMPL_HqState *st, uint32_t s) {
   for (uint32_t c = 0; c < st->channels; ++c) {
     int64_t *acc = st->acc(c);
     int32_t *out = to_split ? st->scratch() : sink(st, s, c);
-    for (uint32_t j = 0; j < n; ++j) {
-      const int64_t v = (acc[j] + (int64_t{1} << 29)) >> 30;
-      out[j] = static_cast<int32_t>(v > kHqClampHigh ? kHqClampHigh : v < kHqClampLow ? kHqClampLow : v);
-    }
+    kernels().round_sums(acc, n, out);
     if (to_split) split(st, s + 1, c, out, n);
     std::memmove(acc, acc + n, sizeof(int64_t) * (st->acc_cap - n));
     std::memset(acc + (st->acc_cap - n), 0, sizeof(int64_t) * n);

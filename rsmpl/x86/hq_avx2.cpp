@@ -316,6 +316,18 @@ struct Avx2Dot : Avx2Io {
     }
   }
 
+  static void round_sums(const int64_t *sums, uint32_t n, int32_t *y) {
+    const __m256i order = _mm256_setr_epi32(0, 2, 4, 6, 1, 3, 5, 7);
+    uint32_t j = 0;
+    for (; j + 8 <= n; j += 8) {
+      // [y0 y4 y1 y5 | y2 y6 y3 y7] in order.
+      const __m256i a = round_clamp<30>(_mm256_loadu_si256(reinterpret_cast<const __m256i *>(sums + j)));
+      const __m256i b = round_clamp<30>(_mm256_loadu_si256(reinterpret_cast<const __m256i *>(sums + j + 4)));
+      store(y + j, _mm256_permutevar8x32_epi32(interleave(a, b), order));
+    }
+    hq_round_sums_plain(sums + j, n - j, y + j);
+  }
+
   // Each input's taps go to a window of blocks of four sums held in
   // registers, which moves on over the sums as the inputs do: a block leaves
   // it (added to the sums in memory) once no later input of the call

@@ -117,6 +117,9 @@ struct Sse2Dot : HqPlainIo {
     for (uint32_t i = 0; i < 4; ++i) dots(x[i], xstride, rows, c[i], taps, y + i, ystride);
   }
 
+  // No 64-bit compare in SSE2: one by one.
+  static void round_sums(const int64_t *sums, uint32_t n, int32_t *y) { hq_round_sums_plain(sums, n, y); }
+
   static void deposits(int64_t *acc, size_t astride, uint32_t rows, const int32_t *x, size_t xstride,
                        const int32_t *const *c, const uint32_t *at, uint32_t n, uint32_t taps) {
     for (uint32_t t = 0; t < n; ++t) deposit(acc + at[t], astride, rows, x + t, xstride, c[t], taps);

@@ -120,6 +120,31 @@ TEST(HqKernels, InnerProductsMatchThePlainBuild) {
       }
 }
 
+// Sums out as samples: random, the halves where rounding turns, either side
+// of each end of the clamp and the most a sum reaches, at counts that leave
+// every tail.
+TEST(HqKernels, SumsOutMatchThePlainBuild) {
+  std::mt19937 rng(23);
+  const int64_t unit = int64_t{1} << 30, top = (int64_t{1} << 30) - 1, bottom = -(int64_t{1} << 30);
+  const int64_t edges[] = {unit / 2 - 1,      unit / 2,          -unit / 2 - 1,         -unit / 2,
+                           top * unit,        top * unit + unit / 2 - 1, top * unit + unit / 2,
+                           bottom * unit - unit / 2, bottom * unit - unit / 2 - 1, int64_t{1} << 62,
+                           -(int64_t{1} << 62)};
+  for (uint32_t n : {1u, 7u, 8u, 9u, 16u, 23u, 64u}) {
+    std::vector<int64_t> sums(n);
+    for (uint32_t j = 0; j < n; ++j)
+      sums[j] = j % 3 == 0 ? edges[rng() % (sizeof edges / sizeof edges[0])]
+                           : static_cast<int64_t>((uint64_t{rng()} << 32 | rng())) >> 2;
+    std::vector<int32_t> want(n + 1, 12345);
+    plain().round_sums(sums.data(), n, want.data());
+    for (const auto *set : test_support::runnable_sets()) {
+      std::vector<int32_t> got(n + 1, 12345);
+      set->hq->round_sums(sums.data(), n, got.data());
+      EXPECT_EQ(got, want) << set->name << " n " << n;
+    }
+  }
+}
+
 // Batches of inputs, each with its own taps, whose first sums step by 0 to 9
 // from one input to the next (several inputs on one sum; sums a block of
 // four or more apart), starting anywhere in a block of four; the sums past
