@@ -171,6 +171,40 @@ uint32_t hq_poly_pass(HqPolyJob *job) {
 // Inputs of the transposed stage that one call of the deposits takes at most.
 constexpr uint32_t kHqDepositBatch = 64;
 
+// The blended taps of n inputs of the transposed stage from *pos on (rows of
+// coef), their first sums (from base) and *pos moved on past them: the
+// table rows each input blends are found first, so that those a few inputs
+// ahead can be fetched while the others blend (the tables outgrow the
+// first-level cache, and a step off the cache's grid lands anywhere in them).
+template <class Dot>
+void hq_blend_batch(const HqKernel &k, HqPos *pos, HqPos *last, const HqStep &step, int32_t gain, int64_t base,
+                    uint32_t n, int32_t *coef, const int32_t **cs, uint32_t *at) {
+  constexpr uint32_t kAhead = 4;
+  const uint32_t taps = k.taps, row_bytes = 3 * taps * sizeof(int32_t);
+  uint32_t q[kHqDepositBatch];
+  int32_t w[kHqDepositBatch];
+  HqPos p = *pos;
+  for (uint32_t i = 0; i < n; ++i) {
+    hq_reflect(p, k.phase_bits, false, &q[i], &w[i]);
+    const int64_t first = p.i + ((p.f != 0 || p.e != 0) ? 1 : 0);
+    at[i] = static_cast<uint32_t>(first - base);
+    *last = p;
+    hq_advance(p, step);
+  }
+  *pos = p;
+  auto fetch = [&](uint32_t i) {
+    const char *rows = reinterpret_cast<const char *>(k.table + size_t{q[i]} * 3 * taps);
+    for (uint32_t b = 0; b < row_bytes; b += 64) __builtin_prefetch(rows + b);
+  };
+  for (uint32_t i = 0; i < kAhead && i < n; ++i) fetch(i);
+  for (uint32_t i = 0; i < n; ++i) {
+    if (i + kAhead < n) fetch(i + kAhead);
+    int32_t *c = coef + size_t{i} * taps;
+    Dot::blend(k.table + size_t{q[i]} * 3 * taps, taps, w[i], hq_weight2(w[i]), gain, c);
+    cs[i] = c;
+  }
+}
+
 template <class Dot>
 void hq_poly_t_pass(HqPolyTJob *job) {
   const HqKernel &k = *job->kernel;
@@ -200,18 +234,16 @@ void hq_poly_t_pass(HqPolyTJob *job) {
   uint32_t at[kHqDepositBatch];
   for (uint32_t t = 0; t < count;) {
     const uint32_t n = count - t < batch ? count - t : batch;
-    for (uint32_t i = 0; i < n; ++i) {
-      if (cached) {
+    if (cached) {
+      for (uint32_t i = 0; i < n; ++i) {
         cs[i] = hq_cached<Dot>(cache, k, pos, den, false, gain);
-      } else {
-        int32_t *c = job->coef + size_t{i} * taps;
-        hq_make_row<Dot>(k, pos, false, gain, c);
-        cs[i] = c;
+        const int64_t first = pos.i + ((pos.f != 0 || pos.e != 0) ? 1 : 0);
+        at[i] = static_cast<uint32_t>(first - base);
+        last = pos;
+        hq_advance(pos, step);
       }
-      const int64_t first = pos.i + ((pos.f != 0 || pos.e != 0) ? 1 : 0);
-      at[i] = static_cast<uint32_t>(first - base);
-      last = pos;
-      hq_advance(pos, step);
+    } else {
+      hq_blend_batch<Dot>(k, &pos, &last, step, gain, base, n, job->coef, cs, at);
     }
     Dot::deposits(job->acc, job->astride, job->channels, job->x + t, job->xstride, cs, at, n, taps);
     t += n;
