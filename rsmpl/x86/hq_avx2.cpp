@@ -73,6 +73,30 @@ inline void halfband8(const int32_t *x, const int32_t *oldest, const int32_t *g,
   *odd = _mm256_add_epi64(o0, o1);
 }
 
+// One output's folded half-band sum, eight taps at a time across the lanes
+// (a count's last one or two outputs, which eight lanes of outputs would
+// mostly waste): sum_d g[d] (x[-d] + oldest[d]). The last taps are masked,
+// their samples read (within the window the half-band may read) but not
+// weighed.
+inline int64_t halfband1(const int32_t *x, const int32_t *oldest, const int32_t *g, uint32_t half) {
+  static const int32_t kFirst[16] = {-1, -1, -1, -1, -1, -1, -1, -1, 0, 0, 0, 0, 0, 0, 0, 0};
+  const __m256i reverse = _mm256_setr_epi32(7, 6, 5, 4, 3, 2, 1, 0);
+  __m256i even = _mm256_setzero_si256(), odd = _mm256_setzero_si256();
+  for (uint32_t d = 0; d < half; d += 8) {
+    __m256i gv;
+    if (d + 8 <= half) {
+      gv = load(g + d);
+    } else {
+      const __m256i m = load(kFirst + 8 - (half - d));  // lanes below half - d
+      gv = _mm256_maskload_epi32(reinterpret_cast<const int *>(g + d), m);
+    }
+    const __m256i s = _mm256_add_epi32(_mm256_permutevar8x32_epi32(load(x - d - 7), reverse), load(oldest + d));
+    even = _mm256_add_epi64(even, mul_even(s, gv));
+    odd = _mm256_add_epi64(odd, mul_odd(s, gv));
+  }
+  return hsum(_mm256_add_epi64(even, odd));
+}
+
 // Eight of the kernel's taps between phases (see HqBlendFn).
 inline __m256i blend8(const int32_t *c0, const int32_t *d1, const int32_t *d2, __m256i wv, __m256i w2v, __m256i gv,
                       bool scaled) {
@@ -201,9 +225,16 @@ struct Avx2Io {
 struct Avx2Dot : Avx2Io {
   static void half_up(const int32_t *x, const int32_t *g, uint32_t half, int32_t *out, uint32_t n) {
     const int32_t *oldest = x - (2 * half - 1);
-    // The last few outputs too, eight wide: their inputs past n are read and
-    // their sums dropped.
+    // The last few outputs too, eight wide (their inputs past n read and
+    // their sums dropped), but for the last one or two.
     for (uint32_t t = 0; t < n; t += 8) {
+      if (n - t <= 2) {
+        for (; t < n; ++t) {
+          out[2 * t] = hq_round(halfband1(x + t, oldest + t, g, half), 30);
+          out[2 * t + 1] = *(x + t - (half - 1));
+        }
+        break;
+      }
       __m256i e = _mm256_setzero_si256(), o = _mm256_setzero_si256();
       halfband8(x + t, oldest + t, g, half, &e, &o);
       const __m256i fir = interleave(round_clamp<30>(e), round_clamp<30>(o));
@@ -222,6 +253,11 @@ struct Avx2Dot : Avx2Io {
     const int32_t *oldest = e - (2 * half - 1);
     const __m256i centre = _mm256_set1_epi64x(int64_t{1} << 30);
     for (uint32_t t = 0; t < n; t += 8) {
+      if (n - t <= 2) {
+        for (; t < n; ++t)
+          out[t] = hq_round(halfband1(e + t, oldest + t, g, half) + int64_t{o[t]} * (int64_t{1} << 30), 31);
+        break;
+      }
       const __m256i c = load(o + t);
       __m256i even = mul_even(c, centre), odd = _mm256_mul_epi32(_mm256_srli_epi64(c, 32), centre);
       halfband8(e + t, oldest + t, g, half, &even, &odd);
