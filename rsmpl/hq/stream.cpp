@@ -344,6 +344,11 @@ void hq_process(RSMPL_HqState *st, const void *in, uint32_t in_format, uint32_t 
   const size_t in_frame = (in_format == RSMPL_HQ_S32 ? 4 : 2) * size_t{st->channels};
   const size_t out_frame = (out_format == RSMPL_HQ_S32 ? 4 : 2) * size_t{st->channels};
   uint32_t taken = 0, written = 0;
+  // The input frame (counted from the stream's start) after which output
+  // `room` of this call would be due: found at the first pass, as no pass
+  // moves it.
+  uint64_t stop = 0;
+  bool stop_found = false;
   for (;;) {
     // Everything due goes out (the take below keeps that within the room).
     uint64_t due = hq_outputs_for(st, 0);
@@ -356,7 +361,12 @@ void hq_process(RSMPL_HqState *st, const void *in, uint32_t in_format, uint32_t 
     if (taken == total) break;
     // Take no input whose outputs would not fit: output `room - written`
     // from now must stay not due.
-    const uint64_t need = hq_inputs_for(st, uint64_t{room} - written + 1);
+    if (!stop_found) {
+      const uint64_t need = hq_inputs_for(st, uint64_t{room} - written + 1);
+      stop = need >= (uint64_t{1} << 62) ? UINT64_MAX : st->consumed + need;
+      stop_found = true;
+    }
+    const uint64_t need = stop > st->consumed ? stop - st->consumed : 0;
     uint64_t take = need == 0 ? 0 : need - 1;
     if (take > total - taken) take = total - taken;
     if (take > st->pass) take = st->pass;
