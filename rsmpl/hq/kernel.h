@@ -171,6 +171,49 @@ uint32_t hq_poly_pass(HqPolyJob *job) {
 // Inputs of the transposed stage that one call of the deposits takes at most.
 constexpr uint32_t kHqDepositBatch = 64;
 
+// Whether the cache holds every row of its denominator: once it does, a
+// pass looks rows up with no check.
+inline bool hq_all_made(const HqPhaseCache &cache, uint64_t den) {
+  const uint32_t words = static_cast<uint32_t>(den >> 5), rest = static_cast<uint32_t>(den & 31);
+  for (uint32_t w = 0; w < words; ++w)
+    if (cache.made[w] != ~0u) return false;
+  const uint32_t last = (1u << rest) - 1;
+  return rest == 0 || (cache.made[words] & last) == last;
+}
+
+// The cached taps of n inputs of the transposed stage from *pos on, their
+// first sums (from base) and *pos moved on past them: the positions' rows
+// first, in a loop of plain arithmetic, then the rows looked up (and made
+// where they are new), unless every row is made.
+template <class Dot>
+void hq_cached_batch(const HqPhaseCache &cache, const HqKernel &k, const HqStep &step, int32_t gain, int64_t base,
+                     uint32_t n, bool all_made, HqPos *pos, HqPos *last, const int32_t **cs, uint32_t *at) {
+  uint32_t r[kHqDepositBatch];
+  uint64_t fraction[kHqDepositBatch];
+  HqPos p = *pos;
+  const uint64_t den = step.den;
+  for (uint32_t i = 0;; ++i) {
+    r[i] = static_cast<uint32_t>((uint64_t{p.f} * den + p.e) >> 32);
+    cs[i] = cache.rows + size_t{r[i]} * k.taps;
+    fraction[i] = (uint64_t{p.f} << 32) | p.e;
+    at[i] = static_cast<uint32_t>(p.i + (fraction[i] != 0 ? 1 : 0) - base);
+    if (i + 1 == n) break;
+    hq_advance(p, step);
+  }
+  *last = p;
+  hq_advance(p, step);
+  *pos = p;
+  if (all_made) return;
+  for (uint32_t i = 0; i < n; ++i) {
+    const uint32_t bit = 1u << (r[i] & 31);
+    if ((cache.made[r[i] >> 5] & bit) == 0) {
+      hq_make_row<Dot>(k, HqPos{0, static_cast<uint32_t>(fraction[i] >> 32), static_cast<uint32_t>(fraction[i])},
+                       false, gain, cache.rows + size_t{r[i]} * k.taps);
+      cache.made[r[i] >> 5] |= bit;
+    }
+  }
+}
+
 // The blended taps of n inputs of the transposed stage from *pos on (rows of
 // coef), their first sums (from base) and *pos moved on past them: the
 // table rows each input blends are found first, so that those a few inputs
@@ -227,6 +270,7 @@ void hq_poly_t_pass(HqPolyTJob *job) {
   const int64_t base = job->acc_base;
   const uint32_t count = job->count, taps = k.taps;
   const bool cached = hq_on_grid(cache, pos, den);
+  const bool all_made = cached && hq_all_made(cache, den);
   // The inputs go to the sums a batch at a time, each input's taps and first
   // sum found first (blended taps one row of coef each).
   const uint32_t batch = cached || job->coef_rows > kHqDepositBatch ? kHqDepositBatch : job->coef_rows;
@@ -235,13 +279,7 @@ void hq_poly_t_pass(HqPolyTJob *job) {
   for (uint32_t t = 0; t < count;) {
     const uint32_t n = count - t < batch ? count - t : batch;
     if (cached) {
-      for (uint32_t i = 0; i < n; ++i) {
-        cs[i] = hq_cached<Dot>(cache, k, pos, den, false, gain);
-        const int64_t first = pos.i + ((pos.f != 0 || pos.e != 0) ? 1 : 0);
-        at[i] = static_cast<uint32_t>(first - base);
-        last = pos;
-        hq_advance(pos, step);
-      }
+      hq_cached_batch<Dot>(cache, k, step, gain, base, n, all_made, &pos, &last, cs, at);
     } else {
       hq_blend_batch<Dot>(k, &pos, &last, step, gain, base, n, job->coef, cs, at);
     }

@@ -15,6 +15,7 @@
 #include "rsmpl/cpu.h"
 #include "rsmpl/hq/designs.h"
 #include "rsmpl/hq/kernels.h"
+#include "rsmpl/hq/state.h"
 #include "tests/support/kernel_sets.h"
 
 namespace {
@@ -253,6 +254,53 @@ TEST(HqKernels, PolyphasePassesMatchThePlainBuild) {
             }
           }
         }
+}
+
+// The transposed pass through the phase cache for two passes on (the
+// second finding some or all of its rows made), against the plain pass that
+// blends every input's taps.
+TEST(HqKernels, TransposedPassesThroughThePhaseCacheMatchThePlainBuild) {
+  std::mt19937 rng(29);
+  const rsmpl::HqStep steps[] = {rsmpl::hq_step_exact(147 * 2, 160), rsmpl::hq_step_exact(941, 1024),
+                                 rsmpl::hq_step_exact(2, 3), rsmpl::hq_step_exact(7, 4)};
+  for (const auto &grade : rsmpl::kHqGrades)
+    for (const auto &step : steps)
+      for (uint32_t channels : {1u, 2u, 3u}) {
+        const size_t stride = 300, astride = 500;
+        const auto x = samples(stride * channels, 0, rng);
+        std::vector<int32_t> coef(4 * grade.kernel.taps);
+        auto run = [&](const HqKernels &k, rsmpl::HqPhaseCache cache, std::vector<int64_t> *acc) {
+          rsmpl::HqPolyTJob t{};
+          t.x = x.data();
+          t.xstride = stride;
+          t.channels = channels;
+          t.count = 90;
+          t.pos = rsmpl::HqPos{40, 0, 0};
+          t.step = step;
+          t.gain = 9 << 26;
+          t.kernel = &grade.kernel;
+          t.coef = coef.data();
+          t.coef_rows = 4;
+          t.acc = acc->data();
+          t.astride = astride;
+          t.acc_base = 30;
+          t.cache = cache;
+          k.poly_t(&t);
+          t.x += 90;
+          k.poly_t(&t);
+          return t.pos;
+        };
+        std::vector<int64_t> want(astride * channels);
+        const rsmpl::HqPos want_pos = run(plain(), rsmpl::HqPhaseCache{nullptr, nullptr}, &want);
+        for (const auto *set : test_support::runnable_sets()) {
+          std::vector<int32_t> rows(rsmpl::kHqCachePhases * grade.kernel.taps);
+          std::vector<uint32_t> made(rsmpl::kHqCachePhases / 32);
+          std::vector<int64_t> got(astride * channels);
+          const rsmpl::HqPos pos = run(*set->hq, rsmpl::HqPhaseCache{rows.data(), made.data()}, &got);
+          EXPECT_EQ(got, want) << set->name << " step over " << step.den << " channels " << channels;
+          EXPECT_TRUE(pos.i == want_pos.i && pos.f == want_pos.f && pos.e == want_pos.e) << set->name;
+        }
+      }
 }
 
 }  // namespace
