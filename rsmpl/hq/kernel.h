@@ -171,47 +171,86 @@ uint32_t hq_poly_pass(HqPolyJob *job) {
 // Inputs of the transposed stage that one call of the deposits takes at most.
 constexpr uint32_t kHqDepositBatch = 64;
 
-// Whether the cache holds every row of its denominator: once it does, a
-// pass looks rows up with no check.
-inline bool hq_all_made(const HqPhaseCache &cache, uint64_t den) {
-  const uint32_t words = static_cast<uint32_t>(den >> 5), rest = static_cast<uint32_t>(den & 31);
-  for (uint32_t w = 0; w < words; ++w)
-    if (cache.made[w] != ~0u) return false;
-  const uint32_t last = (1u << rest) - 1;
-  return rest == 0 || (cache.made[words] & last) == last;
+// Whether the cache holds every row that positions from `pos` on visit:
+// at a step of fraction s / den (den the cache's) the rows r0 + j s modulo
+// den, which are those that differ from r0 by multiples of gcd(s, den).
+// Once they are, a pass looks rows up with no check.
+inline bool hq_rows_made(const HqPhaseCache &cache, const HqPos &pos, const HqStep &step) {
+  const uint32_t den = static_cast<uint32_t>(step.den);
+  const uint32_t r0 = static_cast<uint32_t>((uint64_t{pos.f} * den + pos.e) >> 32);
+  const uint32_t s = static_cast<uint32_t>((uint64_t{step.sf} * den + step.se) >> 32);
+  // gcd(s, den), by halving and subtracting; den when s is 0.
+  uint32_t g = den;
+  if (s != 0) {
+    const int twos = __builtin_ctz(s | den);
+    uint32_t a = s >> __builtin_ctz(s), b = den;
+    do {
+      b >>= __builtin_ctz(b);
+      if (a > b) {
+        const uint32_t t = a;
+        a = b;
+        b = t;
+      }
+      b -= a;
+    } while (b != 0);
+    g = a << twos;
+  }
+  auto made = [&](uint32_t r) { return (cache.made[r >> 5] & (1u << (r & 31))) != 0; };
+  if (g == 1) {
+    // Every row: a word of bits at a time.
+    for (uint32_t w = 0; w < den / 32; ++w)
+      if (cache.made[w] != ~0u) return false;
+    for (uint32_t r = den & ~31u; r < den; ++r)
+      if (!made(r)) return false;
+    return true;
+  }
+  uint32_t r = r0;
+  while (r >= g) r -= g;
+  for (; r < den; r += g)
+    if (!made(r)) return false;
+  return true;
 }
 
 // The cached taps of n inputs of the transposed stage from *pos on, their
 // first sums (from base) and *pos moved on past them: the positions' rows
-// first, in a loop of plain arithmetic, then the rows looked up (and made
-// where they are new), unless every row is made.
+// and first sums in a loop of plain arithmetic, then, unless every row is
+// made, the rows checked and those that are new made.
 template <class Dot>
 void hq_cached_batch(const HqPhaseCache &cache, const HqKernel &k, const HqStep &step, int32_t gain, int64_t base,
                      uint32_t n, bool all_made, HqPos *pos, HqPos *last, const int32_t **cs, uint32_t *at) {
-  uint32_t r[kHqDepositBatch];
-  uint64_t fraction[kHqDepositBatch];
-  HqPos p = *pos;
   const uint64_t den = step.den;
-  for (uint32_t i = 0;; ++i) {
-    r[i] = static_cast<uint32_t>((uint64_t{p.f} * den + p.e) >> 32);
-    cs[i] = cache.rows + size_t{r[i]} * k.taps;
-    fraction[i] = (uint64_t{p.f} << 32) | p.e;
-    at[i] = static_cast<uint32_t>(p.i + (fraction[i] != 0 ? 1 : 0) - base);
-    if (i + 1 == n) break;
-    hq_advance(p, step);
+  const uint32_t taps = k.taps;
+  HqPos p = *pos;
+  if (all_made) {
+    for (uint32_t i = 0;; ++i) {
+      const uint32_t r = static_cast<uint32_t>((uint64_t{p.f} * den + p.e) >> 32);
+      cs[i] = cache.rows + size_t{r} * taps;
+      at[i] = static_cast<uint32_t>(p.i + ((p.f | p.e) != 0 ? 1 : 0) - base);
+      if (i + 1 == n) break;
+      hq_advance(p, step);
+    }
+  } else {
+    uint32_t r[kHqDepositBatch];
+    uint64_t fraction[kHqDepositBatch];
+    for (uint32_t i = 0;; ++i) {
+      r[i] = static_cast<uint32_t>((uint64_t{p.f} * den + p.e) >> 32);
+      cs[i] = cache.rows + size_t{r[i]} * taps;
+      fraction[i] = (uint64_t{p.f} << 32) | p.e;
+      at[i] = static_cast<uint32_t>(p.i + (fraction[i] != 0 ? 1 : 0) - base);
+      if (i + 1 == n) break;
+      hq_advance(p, step);
+    }
+    for (uint32_t i = 0; i < n; ++i) {
+      const uint32_t bit = 1u << (r[i] & 31);
+      if ((cache.made[r[i] >> 5] & bit) != 0) continue;
+      hq_make_row<Dot>(k, HqPos{0, static_cast<uint32_t>(fraction[i] >> 32), static_cast<uint32_t>(fraction[i])},
+                       false, gain, cache.rows + size_t{r[i]} * taps);
+      cache.made[r[i] >> 5] |= bit;
+    }
   }
   *last = p;
   hq_advance(p, step);
   *pos = p;
-  if (all_made) return;
-  for (uint32_t i = 0; i < n; ++i) {
-    const uint32_t bit = 1u << (r[i] & 31);
-    if ((cache.made[r[i] >> 5] & bit) == 0) {
-      hq_make_row<Dot>(k, HqPos{0, static_cast<uint32_t>(fraction[i] >> 32), static_cast<uint32_t>(fraction[i])},
-                       false, gain, cache.rows + size_t{r[i]} * k.taps);
-      cache.made[r[i] >> 5] |= bit;
-    }
-  }
 }
 
 // The blended taps of n inputs of the transposed stage from *pos on (rows of
@@ -270,7 +309,7 @@ void hq_poly_t_pass(HqPolyTJob *job) {
   const int64_t base = job->acc_base;
   const uint32_t count = job->count, taps = k.taps;
   const bool cached = hq_on_grid(cache, pos, den);
-  const bool all_made = cached && hq_all_made(cache, den);
+  const bool all_made = cached && hq_rows_made(cache, pos, step);
   // The inputs go to the sums a batch at a time, each input's taps and first
   // sum found first (blended taps one row of coef each).
   const uint32_t batch = cached || job->coef_rows > kHqDepositBatch ? kHqDepositBatch : job->coef_rows;

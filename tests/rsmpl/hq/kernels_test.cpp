@@ -261,8 +261,11 @@ TEST(HqKernels, PolyphasePassesMatchThePlainBuild) {
 // blends every input's taps.
 TEST(HqKernels, TransposedPassesThroughThePhaseCacheMatchThePlainBuild) {
   std::mt19937 rng(29);
+  // Steps that visit every row of their denominator (941 / 1024, 2 / 3,
+  // 7 / 4), every other (147 * 2 / 160, 6 / 4) and one (8 / 4).
   const rsmpl::HqStep steps[] = {rsmpl::hq_step_exact(147 * 2, 160), rsmpl::hq_step_exact(941, 1024),
-                                 rsmpl::hq_step_exact(2, 3), rsmpl::hq_step_exact(7, 4)};
+                                 rsmpl::hq_step_exact(2, 3),         rsmpl::hq_step_exact(7, 4),
+                                 rsmpl::hq_step_exact(6, 4),         rsmpl::hq_step_exact(8, 4)};
   for (const auto &grade : rsmpl::kHqGrades)
     for (const auto &step : steps)
       for (uint32_t channels : {1u, 2u, 3u}) {
