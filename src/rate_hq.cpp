@@ -261,7 +261,8 @@ void hq_convert(void *obj, const snd_pcm_channel_area_t *dst_areas, snd_pcm_ufra
     if (dst == nullptr) areas_scatter(dst_areas, dst_offset + written, channels, out_bytes, out_n, rec->out_work);
     consumed += in_n;
     written += out_n;
-    if (in_n == 0 && out_n == 0) break;
+    // Everything taken and written (no call left to make), or no progress.
+    if ((in_n == 0 && out_n == 0) || (consumed == src_frames && written == dst_frames)) break;
   }
   if (consumed == src_frames && written == dst_frames) return;
   areas_hold(dst_areas, dst_offset, channels, out_bytes, written, dst_frames);

@@ -64,9 +64,9 @@ void hq_dots(const int32_t *x, size_t xstride, uint32_t rows, const int32_t *c, 
 }
 
 template <class Dot>
-void hq_deposit(int64_t *acc, size_t astride, uint32_t rows, const int32_t *x, size_t xstride,
-                const int32_t *c, uint32_t taps) {
-  Dot::deposit(acc, astride, rows, x, xstride, c, taps);
+void hq_deposits(int64_t *acc, size_t astride, uint32_t rows, const int32_t *x, size_t xstride,
+                 const int32_t *const *c, const uint32_t *at, uint32_t n, uint32_t taps) {
+  Dot::deposits(acc, astride, rows, x, xstride, c, at, n, taps);
 }
 
 // The kernel's taps for row q at weight w, times gain (Q29), into c.
@@ -74,6 +74,17 @@ template <class Dot>
 inline void hq_taps(const HqKernel &k, uint32_t q, int32_t w, int32_t gain, int32_t *c) {
   const int32_t *rows = k.table + size_t{q} * 3 * k.taps;
   Dot::blend(rows, k.taps, w, hq_weight2(w), gain, c);
+}
+
+// Makes a row of the cache: once per row and step, so kept out of the
+// loops that look rows up.
+template <class Dot>
+[[gnu::noinline, gnu::cold]] void hq_make_row(const HqKernel &k, HqPos pos, bool whole_is_one, int32_t gain,
+                                              int32_t *row) {
+  uint32_t q;
+  int32_t w;
+  hq_reflect(pos, k.phase_bits, whole_is_one, &q, &w);
+  hq_taps<Dot>(k, q, w, gain, row);
 }
 
 // The cached taps for the fraction of pos, made on first use; null when the
@@ -86,10 +97,7 @@ inline const int32_t *hq_cached(const HqPhaseCache &cache, const HqKernel &k, co
   int32_t *row = cache.rows + size_t{r} * k.taps;
   const uint32_t bit = 1u << (r & 31);
   if ((cache.made[r >> 5] & bit) == 0) {
-    uint32_t q;
-    int32_t w;
-    hq_reflect(pos, k.phase_bits, whole_is_one, &q, &w);
-    hq_taps<Dot>(k, q, w, gain, row);
+    hq_make_row<Dot>(k, pos, whole_is_one, gain, row);
     cache.made[r >> 5] |= bit;
   }
   return row;
@@ -160,6 +168,125 @@ uint32_t hq_poly_pass(HqPolyJob *job) {
   return made;
 }
 
+// Inputs of the transposed stage that one call of the deposits takes at most.
+constexpr uint32_t kHqDepositBatch = 64;
+
+// Whether the cache holds every row that positions from `pos` on visit:
+// at a step of fraction s / den (den the cache's) the rows r0 + j s modulo
+// den, which are those that differ from r0 by multiples of gcd(s, den).
+// Once they are, a pass looks rows up with no check.
+inline bool hq_rows_made(const HqPhaseCache &cache, const HqPos &pos, const HqStep &step) {
+  const uint32_t den = static_cast<uint32_t>(step.den);
+  const uint32_t r0 = static_cast<uint32_t>((uint64_t{pos.f} * den + pos.e) >> 32);
+  const uint32_t s = static_cast<uint32_t>((uint64_t{step.sf} * den + step.se) >> 32);
+  // gcd(s, den), by halving and subtracting; den when s is 0.
+  uint32_t g = den;
+  if (s != 0) {
+    const int twos = __builtin_ctz(s | den);
+    uint32_t a = s >> __builtin_ctz(s), b = den;
+    do {
+      b >>= __builtin_ctz(b);
+      if (a > b) {
+        const uint32_t t = a;
+        a = b;
+        b = t;
+      }
+      b -= a;
+    } while (b != 0);
+    g = a << twos;
+  }
+  auto made = [&](uint32_t r) { return (cache.made[r >> 5] & (1u << (r & 31))) != 0; };
+  if (g == 1) {
+    // Every row: a word of bits at a time.
+    for (uint32_t w = 0; w < den / 32; ++w)
+      if (cache.made[w] != ~0u) return false;
+    for (uint32_t r = den & ~31u; r < den; ++r)
+      if (!made(r)) return false;
+    return true;
+  }
+  uint32_t r = r0;
+  while (r >= g) r -= g;
+  for (; r < den; r += g)
+    if (!made(r)) return false;
+  return true;
+}
+
+// The cached taps of n inputs of the transposed stage from *pos on, their
+// first sums (from base) and *pos moved on past them: the positions' rows
+// and first sums in a loop of plain arithmetic, then, unless every row is
+// made, the rows checked and those that are new made.
+template <class Dot>
+void hq_cached_batch(const HqPhaseCache &cache, const HqKernel &k, const HqStep &step, int32_t gain, int64_t base,
+                     uint32_t n, bool all_made, HqPos *pos, HqPos *last, const int32_t **cs, uint32_t *at) {
+  const uint64_t den = step.den;
+  const uint32_t taps = k.taps;
+  HqPos p = *pos;
+  if (all_made) {
+    for (uint32_t i = 0;; ++i) {
+      const uint32_t r = static_cast<uint32_t>((uint64_t{p.f} * den + p.e) >> 32);
+      cs[i] = cache.rows + size_t{r} * taps;
+      at[i] = static_cast<uint32_t>(p.i + ((p.f | p.e) != 0 ? 1 : 0) - base);
+      if (i + 1 == n) break;
+      hq_advance(p, step);
+    }
+  } else {
+    uint32_t r[kHqDepositBatch];
+    uint64_t fraction[kHqDepositBatch];
+    for (uint32_t i = 0;; ++i) {
+      r[i] = static_cast<uint32_t>((uint64_t{p.f} * den + p.e) >> 32);
+      cs[i] = cache.rows + size_t{r[i]} * taps;
+      fraction[i] = (uint64_t{p.f} << 32) | p.e;
+      at[i] = static_cast<uint32_t>(p.i + (fraction[i] != 0 ? 1 : 0) - base);
+      if (i + 1 == n) break;
+      hq_advance(p, step);
+    }
+    for (uint32_t i = 0; i < n; ++i) {
+      const uint32_t bit = 1u << (r[i] & 31);
+      if ((cache.made[r[i] >> 5] & bit) != 0) continue;
+      hq_make_row<Dot>(k, HqPos{0, static_cast<uint32_t>(fraction[i] >> 32), static_cast<uint32_t>(fraction[i])},
+                       false, gain, cache.rows + size_t{r[i]} * taps);
+      cache.made[r[i] >> 5] |= bit;
+    }
+  }
+  *last = p;
+  hq_advance(p, step);
+  *pos = p;
+}
+
+// The blended taps of n inputs of the transposed stage from *pos on (rows of
+// coef), their first sums (from base) and *pos moved on past them: the
+// table rows each input blends are found first, so that those a few inputs
+// ahead can be fetched while the others blend (the tables outgrow the
+// first-level cache, and a step off the cache's grid lands anywhere in them).
+template <class Dot>
+void hq_blend_batch(const HqKernel &k, HqPos *pos, HqPos *last, const HqStep &step, int32_t gain, int64_t base,
+                    uint32_t n, int32_t *coef, const int32_t **cs, uint32_t *at) {
+  constexpr uint32_t kAhead = 4;
+  const uint32_t taps = k.taps, row_bytes = 3 * taps * sizeof(int32_t);
+  uint32_t q[kHqDepositBatch];
+  int32_t w[kHqDepositBatch];
+  HqPos p = *pos;
+  for (uint32_t i = 0; i < n; ++i) {
+    hq_reflect(p, k.phase_bits, false, &q[i], &w[i]);
+    const int64_t first = p.i + ((p.f != 0 || p.e != 0) ? 1 : 0);
+    at[i] = static_cast<uint32_t>(first - base);
+    *last = p;
+    hq_advance(p, step);
+  }
+  *pos = p;
+  auto fetch = [&](uint32_t i) {
+    const char *rows = reinterpret_cast<const char *>(k.table + size_t{q[i]} * 3 * taps);
+    for (uint32_t b = 0; b < row_bytes; b += 64) __builtin_prefetch(rows + b);
+  };
+  for (uint32_t i = 0; i < kAhead && i < n; ++i) fetch(i);
+  for (uint32_t i = 0; i < n; ++i) {
+    if (i + kAhead < n) fetch(i + kAhead);
+    int32_t *c = coef + size_t{i} * taps;
+    Dot::blend(k.table + size_t{q[i]} * 3 * taps, taps, w[i], hq_weight2(w[i]), gain, c);
+    cs[i] = c;
+  }
+}
+
 template <class Dot>
 void hq_poly_t_pass(HqPolyTJob *job) {
   const HqKernel &k = *job->kernel;
@@ -174,23 +301,29 @@ void hq_poly_t_pass(HqPolyTJob *job) {
     job->pos = HqPos{pos.i + job->count, 0, 0};
     return;
   }
-  const uint64_t den = job->step.den;
-  const bool cached = hq_on_grid(job->cache, pos, den);
-  for (uint32_t t = 0; t < job->count; ++t) {
-    const int32_t *c = job->coef;
+  // Read once: the stores of taps below could otherwise alias them.
+  const HqStep step = job->step;
+  const HqPhaseCache cache = job->cache;
+  const uint64_t den = step.den;
+  const int32_t gain = job->gain;
+  const int64_t base = job->acc_base;
+  const uint32_t count = job->count, taps = k.taps;
+  const bool cached = hq_on_grid(cache, pos, den);
+  const bool all_made = cached && hq_rows_made(cache, pos, step);
+  // The inputs go to the sums a batch at a time, each input's taps and first
+  // sum found first (blended taps one row of coef each).
+  const uint32_t batch = cached || job->coef_rows > kHqDepositBatch ? kHqDepositBatch : job->coef_rows;
+  const int32_t *cs[kHqDepositBatch];
+  uint32_t at[kHqDepositBatch];
+  for (uint32_t t = 0; t < count;) {
+    const uint32_t n = count - t < batch ? count - t : batch;
     if (cached) {
-      c = hq_cached<Dot>(job->cache, k, pos, den, false, job->gain);
+      hq_cached_batch<Dot>(cache, k, step, gain, base, n, all_made, &pos, &last, cs, at);
     } else {
-      uint32_t q;
-      int32_t w;
-      hq_reflect(pos, k.phase_bits, false, &q, &w);
-      hq_taps<Dot>(k, q, w, job->gain, job->coef);
+      hq_blend_batch<Dot>(k, &pos, &last, step, gain, base, n, job->coef, cs, at);
     }
-    const int64_t first = pos.i + ((pos.f != 0 || pos.e != 0) ? 1 : 0);
-    Dot::deposit(job->acc + (first - job->acc_base), job->astride, job->channels, job->x + t, job->xstride, c,
-                 k.taps);
-    last = pos;
-    hq_advance(pos, job->step);
+    Dot::deposits(job->acc, job->astride, job->channels, job->x + t, job->xstride, cs, at, n, taps);
+    t += n;
   }
   job->pos = pos;
   job->last = last;
@@ -238,6 +371,10 @@ inline void hq_give_plain(const int32_t *const *from, uint32_t channels, uint32_
     }
 }
 
+inline void hq_round_sums_plain(const int64_t *sums, uint32_t n, int32_t *y) {
+  for (uint32_t j = 0; j < n; ++j) y[j] = hq_round(sums[j], 30);
+}
+
 struct HqPlainIo {
   static void take(const void *src, bool s32, uint32_t channels, uint32_t frames, uint32_t ways, int32_t *const *to) {
     hq_take_plain(src, s32, channels, frames, ways, to);
@@ -250,8 +387,9 @@ struct HqPlainIo {
 
 template <class Dot>
 constexpr HqKernels make_hq_kernels() {
-  return HqKernels{Dot::half_up,      Dot::half_down,        hq_blend<Dot>, hq_dots<Dot>, hq_deposit<Dot>,
-                   hq_poly_pass<Dot>, hq_poly_t_pass<Dot>, Dot::take,     Dot::split,   Dot::give};
+  return HqKernels{Dot::half_up,         Dot::half_down,    hq_blend<Dot>,       hq_dots<Dot>,
+                   hq_deposits<Dot>,      Dot::round_sums,   hq_poly_pass<Dot>,   hq_poly_t_pass<Dot>,
+                   Dot::take,             Dot::split,        Dot::give};
 }
 
 }  // namespace

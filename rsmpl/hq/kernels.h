@@ -19,11 +19,12 @@ namespace rsmpl {
 
 // The interpolating half-band over n inputs: for t < n, out[2 t] is the
 // filtering branch sum_d g[d] (x[t - d] + x[t - 2 half + 1 + d]) rounded by
-// 2^30, and out[2 t + 1] = x[t - half + 1]. x[-(2 half - 1)] must exist.
+// 2^30, and out[2 t + 1] = x[t - half + 1]. x[-(2 half - 1)] to x[n + 6]
+// must exist: builds fill their last lanes past n and drop those sums.
 using HqHalfUpFn = void (*)(const int32_t *x, const int32_t *g, uint32_t half, int32_t *out, uint32_t n);
 // The decimating half-band for n outputs: out[t] = (sum_d g[d] (e[t - d] +
 // e[t - 2 half + 1 + d]) + 2^30 o[t]) rounded by 2^31, e the even and o the
-// odd input samples.
+// odd input samples, both readable to [n + 6] as above.
 using HqHalfDownFn = void (*)(const int32_t *e, const int32_t *o, const int32_t *g, uint32_t half,
                               int32_t *out, uint32_t n);
 // The kernel's taps between phases: b = c0[k] + floor(d1[k] w / 2^31) +
@@ -35,9 +36,14 @@ using HqBlendFn = void (*)(const int32_t *rows, uint32_t taps, int32_t w, int32_
 // + k], rounded by 2^30.
 using HqDotsFn = void (*)(const int32_t *x, size_t xstride, uint32_t rows, const int32_t *c, uint32_t taps,
                           int32_t *y, size_t ystride);
-// Deposits for `rows` channels: acc[r astride + k] += x[r xstride] c[k].
-using HqDepositFn = void (*)(int64_t *acc, size_t astride, uint32_t rows, const int32_t *x, size_t xstride,
-                             const int32_t *c, uint32_t taps);
+// n sums of Q30 products out as samples: y[j] = sums[j] rounded half up by
+// 2^30 and clamped to [-2^30, 2^30).
+using HqRoundFn = void (*)(const int64_t *sums, uint32_t n, int32_t *y);
+// Deposits of n inputs for `rows` channels: input t adds x[r xstride + t]
+// c[t][k] to acc[r astride + at[t] + k] for k < taps, with at[] not
+// decreasing and taps at least 4.
+using HqDepositsFn = void (*)(int64_t *acc, size_t astride, uint32_t rows, const int32_t *x, size_t xstride,
+                              const int32_t *const *c, const uint32_t *at, uint32_t n, uint32_t taps);
 
 // The taps of every phase a ratio L / M visits, made once each: when the
 // step's denominator (L going up, M going down) is at most `phases` and the
@@ -82,7 +88,8 @@ struct HqPolyTJob {
   HqStep step;
   int32_t gain;      // Q29: the output positions an input spans (the step)
   const HqKernel *kernel;
-  int32_t *coef;
+  int32_t *coef;     // coef_rows rows of taps int32 of scratch (at least 1)
+  uint32_t coef_rows;
   int64_t *acc;      // channel c's sums at acc + c astride
   size_t astride;
   int64_t acc_base;  // output index of acc[0]
@@ -108,7 +115,8 @@ struct HqKernels {
   HqHalfDownFn half_down;
   HqBlendFn blend;
   HqDotsFn dots;
-  HqDepositFn deposit;
+  HqDepositsFn deposits;
+  HqRoundFn round_sums;
   HqPolyFn poly;
   HqPolyTFn poly_t;
   HqTakeFn take;

@@ -56,13 +56,16 @@ struct PlainDot : HqPlainIo {
     for (uint32_t i = 0; i < 4; ++i) dots(x[i], xstride, rows, c[i], taps, y + i, ystride);
   }
 
-  static void deposit(int64_t *acc, size_t astride, uint32_t rows, const int32_t *x, size_t xstride,
-                      const int32_t *c, uint32_t taps) {
-    for (uint32_t r = 0; r < rows; ++r) {
-      int64_t *a = acc + r * astride;
-      const int64_t v = x[r * xstride];
-      for (uint32_t k = 0; k < taps; ++k) a[k] += v * c[k];
-    }
+  static void round_sums(const int64_t *sums, uint32_t n, int32_t *y) { hq_round_sums_plain(sums, n, y); }
+
+  static void deposits(int64_t *acc, size_t astride, uint32_t rows, const int32_t *x, size_t xstride,
+                       const int32_t *const *c, const uint32_t *at, uint32_t n, uint32_t taps) {
+    for (uint32_t t = 0; t < n; ++t)
+      for (uint32_t r = 0; r < rows; ++r) {
+        int64_t *a = acc + r * astride + at[t];
+        const int64_t v = x[r * xstride + t];
+        for (uint32_t k = 0; k < taps; ++k) a[k] += v * c[t][k];
+      }
   }
 };
 

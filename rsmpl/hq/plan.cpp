@@ -66,7 +66,11 @@ uint32_t plan_direct(RSMPL_HqState &plan) {
 
 uint32_t hq_plan(uint32_t in_rate, uint32_t out_rate, uint32_t channels, uint32_t grade,
                  RSMPL_HqState *st) {
-  RSMPL_HqState plan{};
+  // Planned in place (every Process call plans its state's rates again to
+  // check it), from zero.
+  RSMPL_HqState aside;
+  RSMPL_HqState &plan = st != nullptr ? *st : aside;
+  std::memset(&plan, 0, sizeof plan);
   plan.in_rate = in_rate;
   plan.out_rate = out_rate;
   plan.channels = channels;
@@ -173,7 +177,6 @@ uint32_t hq_plan(uint32_t in_rate, uint32_t out_rate, uint32_t channels, uint32_
   at = plan.acc_at + 2 * acc_cap * channels;
   const uint64_t bytes = sizeof(RSMPL_HqState) + uint64_t{at} * sizeof(int32_t);
   plan.bytes = static_cast<uint32_t>(bytes);
-  if (st != nullptr) std::memcpy(st, &plan, sizeof plan);
   return plan.bytes;
 }
 

@@ -197,10 +197,7 @@ void complete_poly_t(RSMPL_HqState *st, uint32_t s) {
   for (uint32_t c = 0; c < st->channels; ++c) {
     int64_t *acc = st->acc(c);
     int32_t *out = to_split ? st->scratch() : sink(st, s, c);
-    for (uint32_t j = 0; j < n; ++j) {
-      const int64_t v = (acc[j] + (int64_t{1} << 29)) >> 30;
-      out[j] = static_cast<int32_t>(v > kHqClampHigh ? kHqClampHigh : v < kHqClampLow ? kHqClampLow : v);
-    }
+    kernels().round_sums(acc, n, out);
     if (to_split) split(st, s + 1, c, out, n);
     std::memmove(acc, acc + n, sizeof(int64_t) * (st->acc_cap - n));
     std::memset(acc + (st->acc_cap - n), 0, sizeof(int64_t) * n);
@@ -233,11 +230,14 @@ void run_poly_t(RSMPL_HqState *st, uint32_t s) {
     job.step = st->step;
     job.gain = st->gain;
     job.kernel = &st->design().kernel;
-    job.coef = st->coef();
     job.acc = st->acc(0);
     job.astride = st->acc_cap;
     job.acc_base = st->acc_base;
     job.cache = phase_cache(st);
+    // A step too fine for the cache leaves its rows free for the taps of a
+    // batch of inputs; else the four rows of blended taps.
+    job.coef = job.cache.rows == nullptr ? st->cache() : st->coef();
+    job.coef_rows = job.cache.rows == nullptr ? kHqCachePhases : 4;
     kernels().poly_t(&job);
     st->prev = job.last;
     st->prev_step = st->step;
@@ -413,6 +413,11 @@ void hq_process(RSMPL_HqState *st, const void *in, uint32_t in_format, uint32_t 
   const size_t in_frame = (in_format == RSMPL_HQ_S32 ? 4 : 2) * size_t{st->channels};
   const size_t out_frame = (out_format == RSMPL_HQ_S32 ? 4 : 2) * size_t{st->channels};
   uint32_t taken = 0, written = 0;
+  // The input frame (counted from the stream's start) after which output
+  // `room` of this call would be due: found at the first pass, as no pass
+  // moves it.
+  uint64_t stop = 0;
+  bool stop_found = false;
   for (;;) {
     // Everything due goes out (the take below keeps that within the room).
     uint64_t due = hq_outputs_for(st, 0);
@@ -425,7 +430,12 @@ void hq_process(RSMPL_HqState *st, const void *in, uint32_t in_format, uint32_t 
     if (taken == total) break;
     // Take no input whose outputs would not fit: output `room - written`
     // from now must stay not due.
-    const uint64_t need = hq_inputs_for(st, uint64_t{room} - written + 1);
+    if (!stop_found) {
+      const uint64_t need = hq_inputs_for(st, uint64_t{room} - written + 1);
+      stop = need >= (uint64_t{1} << 62) ? UINT64_MAX : st->consumed + need;
+      stop_found = true;
+    }
+    const uint64_t need = stop > st->consumed ? stop - st->consumed : 0;
     uint64_t take = need == 0 ? 0 : need - 1;
     if (take > total - taken) take = total - taken;
     if (take > st->pass) take = st->pass;

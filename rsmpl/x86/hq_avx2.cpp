@@ -7,6 +7,8 @@
 // shift is the arithmetic one's.
 #include <immintrin.h>
 
+#include <cstring>
+
 #include "rsmpl/hq/kernel.h"
 #include "skelda/rsmpl_hq.h"
 
@@ -69,6 +71,30 @@ inline void halfband8(const int32_t *x, const int32_t *oldest, const int32_t *g,
   }
   *even = _mm256_add_epi64(e0, e1);
   *odd = _mm256_add_epi64(o0, o1);
+}
+
+// One output's folded half-band sum, eight taps at a time across the lanes
+// (a count's last one or two outputs, which eight lanes of outputs would
+// mostly waste): sum_d g[d] (x[-d] + oldest[d]). The last taps are masked,
+// their samples read (within the window the half-band may read) but not
+// weighed.
+inline int64_t halfband1(const int32_t *x, const int32_t *oldest, const int32_t *g, uint32_t half) {
+  static const int32_t kFirst[16] = {-1, -1, -1, -1, -1, -1, -1, -1, 0, 0, 0, 0, 0, 0, 0, 0};
+  const __m256i reverse = _mm256_setr_epi32(7, 6, 5, 4, 3, 2, 1, 0);
+  __m256i even = _mm256_setzero_si256(), odd = _mm256_setzero_si256();
+  for (uint32_t d = 0; d < half; d += 8) {
+    __m256i gv;
+    if (d + 8 <= half) {
+      gv = load(g + d);
+    } else {
+      const __m256i m = load(kFirst + 8 - (half - d));  // lanes below half - d
+      gv = _mm256_maskload_epi32(reinterpret_cast<const int *>(g + d), m);
+    }
+    const __m256i s = _mm256_add_epi32(_mm256_permutevar8x32_epi32(load(x - d - 7), reverse), load(oldest + d));
+    even = _mm256_add_epi64(even, mul_even(s, gv));
+    odd = _mm256_add_epi64(odd, mul_odd(s, gv));
+  }
+  return hsum(_mm256_add_epi64(even, odd));
 }
 
 // Eight of the kernel's taps between phases (see HqBlendFn).
@@ -199,22 +225,26 @@ struct Avx2Io {
 struct Avx2Dot : Avx2Io {
   static void half_up(const int32_t *x, const int32_t *g, uint32_t half, int32_t *out, uint32_t n) {
     const int32_t *oldest = x - (2 * half - 1);
-    uint32_t t = 0;
-    for (; t + 8 <= n; t += 8) {
+    // The last few outputs too, eight wide (their inputs past n read and
+    // their sums dropped), but for the last one or two.
+    for (uint32_t t = 0; t < n; t += 8) {
+      if (n - t <= 2) {
+        for (; t < n; ++t) {
+          out[2 * t] = hq_round(halfband1(x + t, oldest + t, g, half), 30);
+          out[2 * t + 1] = *(x + t - (half - 1));
+        }
+        break;
+      }
       __m256i e = _mm256_setzero_si256(), o = _mm256_setzero_si256();
       halfband8(x + t, oldest + t, g, half, &e, &o);
       const __m256i fir = interleave(round_clamp<30>(e), round_clamp<30>(o));
       const __m256i copy = load(x + t - (half - 1));
       const __m256i a = _mm256_unpacklo_epi32(fir, copy), b = _mm256_unpackhi_epi32(fir, copy);
-      store(out + 2 * t, _mm256_permute2x128_si256(a, b, 0x20));
-      store(out + 2 * t + 8, _mm256_permute2x128_si256(a, b, 0x31));
-    }
-    for (; t < n; ++t) {
-      const int32_t *newest = x + t;
-      int64_t sum = 0;
-      for (uint32_t d = 0; d < half; ++d) sum += int64_t{g[d]} * (*(newest - d) + oldest[t + d]);
-      out[2 * t] = hq_round(sum, 30);
-      out[2 * t + 1] = *(newest - (half - 1));
+      int32_t tail[16];
+      int32_t *to = t + 8 <= n ? out + 2 * t : tail;
+      store(to, _mm256_permute2x128_si256(a, b, 0x20));
+      store(to + 8, _mm256_permute2x128_si256(a, b, 0x31));
+      if (to == tail) std::memcpy(out + 2 * t, tail, sizeof(int32_t) * 2 * (n - t));
     }
   }
 
@@ -222,18 +252,23 @@ struct Avx2Dot : Avx2Io {
                         uint32_t n) {
     const int32_t *oldest = e - (2 * half - 1);
     const __m256i centre = _mm256_set1_epi64x(int64_t{1} << 30);
-    uint32_t t = 0;
-    for (; t + 8 <= n; t += 8) {
+    for (uint32_t t = 0; t < n; t += 8) {
+      if (n - t <= 2) {
+        for (; t < n; ++t)
+          out[t] = hq_round(halfband1(e + t, oldest + t, g, half) + int64_t{o[t]} * (int64_t{1} << 30), 31);
+        break;
+      }
       const __m256i c = load(o + t);
       __m256i even = mul_even(c, centre), odd = _mm256_mul_epi32(_mm256_srli_epi64(c, 32), centre);
       halfband8(e + t, oldest + t, g, half, &even, &odd);
-      store(out + t, interleave(round_clamp<31>(even), round_clamp<31>(odd)));
-    }
-    for (; t < n; ++t) {
-      const int32_t *newest = e + t;
-      int64_t sum = int64_t{o[t]} * (int64_t{1} << 30);
-      for (uint32_t d = 0; d < half; ++d) sum += int64_t{g[d]} * (*(newest - d) + oldest[t + d]);
-      out[t] = hq_round(sum, 31);
+      const __m256i y = interleave(round_clamp<31>(even), round_clamp<31>(odd));
+      if (t + 8 <= n) {
+        store(out + t, y);
+      } else {
+        int32_t tail[8];
+        store(tail, y);
+        std::memcpy(out + t, tail, sizeof(int32_t) * (n - t));
+      }
     }
   }
 
@@ -317,36 +352,104 @@ struct Avx2Dot : Avx2Io {
     }
   }
 
-  static void deposit(int64_t *acc, size_t astride, uint32_t rows, const int32_t *x, size_t xstride,
-                      const int32_t *c, uint32_t taps) {
-    const uint32_t body = taps & ~3u;
+  static void round_sums(const int64_t *sums, uint32_t n, int32_t *y) {
+    const __m256i order = _mm256_setr_epi32(0, 2, 4, 6, 1, 3, 5, 7);
+    uint32_t j = 0;
+    for (; j + 8 <= n; j += 8) {
+      // [y0 y4 y1 y5 | y2 y6 y3 y7] in order.
+      const __m256i a = round_clamp<30>(_mm256_loadu_si256(reinterpret_cast<const __m256i *>(sums + j)));
+      const __m256i b = round_clamp<30>(_mm256_loadu_si256(reinterpret_cast<const __m256i *>(sums + j + 4)));
+      store(y + j, _mm256_permutevar8x32_epi32(interleave(a, b), order));
+    }
+    hq_round_sums_plain(sums + j, n - j, y + j);
+  }
+
+  // Each input's taps go to a window of blocks of four sums held in
+  // registers, which moves on over the sums as the inputs do: a block leaves
+  // it (added to the sums in memory) once no later input of the call
+  // reaches it. Two channels share each load of the taps where their windows
+  // fit the registers together (16 taps), else one channel at a time (24).
+  static void deposits(int64_t *acc, size_t astride, uint32_t rows, const int32_t *x, size_t xstride,
+                       const int32_t *const *c, const uint32_t *at, uint32_t n, uint32_t taps) {
+    if (n == 0) return;
     uint32_t r = 0;
-    // Two rows at a time share every load of the taps.
-    for (; r + 2 <= rows; r += 2) {
-      int64_t *a0 = acc + r * astride, *a1 = a0 + astride;
-      const __m256i x0 = _mm256_set1_epi32(x[r * xstride]), x1 = _mm256_set1_epi32(x[(r + 1) * xstride]);
-      for (uint32_t k = 0; k < body; k += 4) {
-        const __m256i cv = _mm256_cvtepi32_epi64(_mm_loadu_si128(reinterpret_cast<const __m128i *>(c + k)));
-        __m256i *p0 = reinterpret_cast<__m256i *>(a0 + k), *p1 = reinterpret_cast<__m256i *>(a1 + k);
-        _mm256_storeu_si256(p0, _mm256_add_epi64(_mm256_loadu_si256(p0), _mm256_mul_epi32(cv, x0)));
-        _mm256_storeu_si256(p1, _mm256_add_epi64(_mm256_loadu_si256(p1), _mm256_mul_epi32(cv, x1)));
+    if (taps == 16) {
+      for (; r + 2 <= rows; r += 2) deposit_window<5, 2>(acc + r * astride, astride, x + r * xstride, xstride, c, at, n);
+      if (r < rows) deposit_window<5, 1>(acc + r * astride, astride, x + r * xstride, xstride, c, at, n);
+    } else if (taps == 24) {
+      for (; r < rows; ++r) deposit_window<7, 1>(acc + r * astride, astride, x + r * xstride, xstride, c, at, n);
+    } else {
+      for (uint32_t t = 0; t < n; ++t)
+        for (r = 0; r < rows; ++r)
+          for (uint32_t k = 0; k < taps; ++k)
+            acc[r * astride + at[t] + k] += int64_t{x[r * xstride + t]} * c[t][k];
+    }
+  }
+
+  template <int W, int Rows>
+  static void deposit_window(int64_t *acc, size_t astride, const int32_t *x, size_t xstride,
+                             const int32_t *const *c, const uint32_t *at, uint32_t n) {
+    constexpr uint32_t taps = 4 * (W - 1);
+    // Lanes l from kWindow + s are on for 4 - s <= l < 8 - s.
+    static const int32_t kWindow[12] = {0, 0, 0, 0, -1, -1, -1, -1, 0, 0, 0, 0};
+    __m256i s[Rows][W];
+#pragma GCC unroll 2
+    for (int q = 0; q < Rows; ++q)
+#pragma GCC unroll 8
+      for (int i = 0; i < W; ++i) s[q][i] = _mm256_setzero_si256();
+    uint32_t j = at[0] & ~3u;  // the first sum of the window's first block
+    const uint32_t end = at[n - 1] + taps;
+    for (uint32_t t = 0; t < n; ++t) {
+      while (at[t] >= j + 4) {
+        // No later input reaches sums j .. j + 3 (all of them below `end`).
+#pragma GCC unroll 2
+        for (int q = 0; q < Rows; ++q) {
+          add4(acc + q * astride + j, s[q][0]);
+#pragma GCC unroll 8
+          for (int i = 0; i + 1 < W; ++i) s[q][i] = s[q][i + 1];
+          s[q][W - 1] = _mm256_setzero_si256();
+        }
+        j += 4;
       }
-      for (uint32_t k = body; k < taps; ++k) {
-        a0[k] += int64_t{x[r * xstride]} * c[k];
-        a1[k] += int64_t{x[(r + 1) * xstride]} * c[k];
+      // The input's first sum is the window's j + r: block i takes its taps
+      // 4 i - r .. 4 i - r + 3, of which the first block's from r on and the
+      // last block's below r lie in its row (those masked are not read).
+      const uint32_t r = at[t] - j;
+      const uintptr_t row = reinterpret_cast<uintptr_t>(c[t]) - 4 * uintptr_t{r};
+      __m256i cv[W];
+      cv[0] = _mm256_cvtepi32_epi64(_mm_maskload_epi32(reinterpret_cast<const int *>(row), load4(kWindow + 4 - r)));
+#pragma GCC unroll 8
+      for (int i = 1; i + 1 < W; ++i) cv[i] = _mm256_cvtepi32_epi64(load4(reinterpret_cast<const int32_t *>(row) + 4 * i));
+      cv[W - 1] = _mm256_cvtepi32_epi64(
+          _mm_maskload_epi32(reinterpret_cast<const int *>(row) + 4 * (W - 1), load4(kWindow + 8 - r)));
+#pragma GCC unroll 2
+      for (int q = 0; q < Rows; ++q) {
+        const __m256i xv = _mm256_set1_epi32(x[q * xstride + t]);
+#pragma GCC unroll 8
+        for (int i = 0; i < W; ++i) s[q][i] = _mm256_add_epi64(s[q][i], _mm256_mul_epi32(cv[i], xv));
       }
     }
-    for (; r < rows; ++r) {
-      int64_t *a = acc + r * astride;
-      const __m256i xv = _mm256_set1_epi32(x[r * xstride]);
-      for (uint32_t k = 0; k < body; k += 4) {
-        const __m256i cv = _mm256_cvtepi32_epi64(_mm_loadu_si128(reinterpret_cast<const __m128i *>(c + k)));
-        __m256i *p = reinterpret_cast<__m256i *>(a + k);
-        _mm256_storeu_si256(p, _mm256_add_epi64(_mm256_loadu_si256(p), _mm256_mul_epi32(cv, xv)));
+    // The window's blocks into the sums, as far as the sums go.
+#pragma GCC unroll 8
+    for (int i = 0; i < W && j < end; ++i, j += 4)
+#pragma GCC unroll 2
+      for (int q = 0; q < Rows; ++q) {
+        if (j + 4 <= end)
+          add4(acc + q * astride + j, s[q][i]);
+        else
+          add_some(acc + q * astride + j, s[q][i], end - j);
       }
-      const int64_t v = x[r * xstride];
-      for (uint32_t k = body; k < taps; ++k) a[k] += v * c[k];
-    }
+  }
+
+  static __m128i load4(const int32_t *p) { return _mm_loadu_si128(reinterpret_cast<const __m128i *>(p)); }
+  static void add4(int64_t *p, __m256i v) {
+    __m256i *q = reinterpret_cast<__m256i *>(p);
+    _mm256_storeu_si256(q, _mm256_add_epi64(_mm256_loadu_si256(q), v));
+  }
+  static void add_some(int64_t *p, __m256i v, uint32_t count) {
+    int64_t lanes[4];
+    _mm256_storeu_si256(reinterpret_cast<__m256i *>(lanes), v);
+    for (uint32_t l = 0; l < count; ++l) p[l] += lanes[l];
   }
 };
 

@@ -57,42 +57,31 @@ inline int64_t hsum(__m128i v) {
 struct Sse2Dot : HqPlainIo {
   static void half_up(const int32_t *x, const int32_t *g, uint32_t half, int32_t *out, uint32_t n) {
     const int32_t *oldest = x - (2 * half - 1);
-    uint32_t t = 0;
-    for (; t + 4 <= n; t += 4) {
+    // The last few outputs too, four wide: their inputs past n are read and
+    // their sums dropped.
+    for (uint32_t t = 0; t < n; t += 4) {
       __m128i e = _mm_setzero_si128(), o = _mm_setzero_si128();
       halfband4(x + t, oldest + t, g, half, &e, &o);
       int64_t sums[4];
       unpack4(e, o, sums);
-      for (uint32_t i = 0; i < 4; ++i) {
+      const uint32_t m = n - t < 4 ? n - t : 4;
+      for (uint32_t i = 0; i < m; ++i) {
         out[2 * (t + i)] = hq_round(sums[i], 30);
         out[2 * (t + i) + 1] = *(x + t + i - (half - 1));
       }
-    }
-    for (; t < n; ++t) {
-      const int32_t *newest = x + t;
-      int64_t sum = 0;
-      for (uint32_t d = 0; d < half; ++d) sum += int64_t{g[d]} * (*(newest - d) + oldest[t + d]);
-      out[2 * t] = hq_round(sum, 30);
-      out[2 * t + 1] = *(newest - (half - 1));
     }
   }
 
   static void half_down(const int32_t *e, const int32_t *o, const int32_t *g, uint32_t half, int32_t *out,
                         uint32_t n) {
     const int32_t *oldest = e - (2 * half - 1);
-    uint32_t t = 0;
-    for (; t + 4 <= n; t += 4) {
+    for (uint32_t t = 0; t < n; t += 4) {
       __m128i even = _mm_setzero_si128(), odd = _mm_setzero_si128();
       halfband4(e + t, oldest + t, g, half, &even, &odd);
       int64_t sums[4];
       unpack4(even, odd, sums);
-      for (uint32_t i = 0; i < 4; ++i) out[t + i] = hq_round(sums[i] + int64_t{o[t + i]} * (int64_t{1} << 30), 31);
-    }
-    for (; t < n; ++t) {
-      const int32_t *newest = e + t;
-      int64_t sum = int64_t{o[t]} * (int64_t{1} << 30);
-      for (uint32_t d = 0; d < half; ++d) sum += int64_t{g[d]} * (*(newest - d) + oldest[t + d]);
-      out[t] = hq_round(sum, 31);
+      const uint32_t m = n - t < 4 ? n - t : 4;
+      for (uint32_t i = 0; i < m; ++i) out[t + i] = hq_round(sums[i] + int64_t{o[t + i]} * (int64_t{1} << 30), 31);
     }
   }
 
@@ -128,6 +117,15 @@ struct Sse2Dot : HqPlainIo {
     for (uint32_t i = 0; i < 4; ++i) dots(x[i], xstride, rows, c[i], taps, y + i, ystride);
   }
 
+  // No 64-bit compare in SSE2: one by one.
+  static void round_sums(const int64_t *sums, uint32_t n, int32_t *y) { hq_round_sums_plain(sums, n, y); }
+
+  static void deposits(int64_t *acc, size_t astride, uint32_t rows, const int32_t *x, size_t xstride,
+                       const int32_t *const *c, const uint32_t *at, uint32_t n, uint32_t taps) {
+    for (uint32_t t = 0; t < n; ++t) deposit(acc + at[t], astride, rows, x + t, xstride, c[t], taps);
+  }
+
+  // One input's taps into its sums.
   static void deposit(int64_t *acc, size_t astride, uint32_t rows, const int32_t *x, size_t xstride,
                       const int32_t *c, uint32_t taps) {
     const uint32_t body = taps & ~3u;

@@ -15,6 +15,7 @@
 #include "rsmpl/cpu.h"
 #include "rsmpl/hq/designs.h"
 #include "rsmpl/hq/kernels.h"
+#include "rsmpl/hq/state.h"
 #include "tests/support/kernel_sets.h"
 
 namespace {
@@ -52,7 +53,7 @@ TEST(HqKernels, HalfBandsMatchThePlainBuild) {
   std::mt19937 rng(7);
   for (const auto *h : halfbands())
     for (int kind = 0; kind < 4; ++kind)
-      for (uint32_t n : {1u, 7u, 8u, 9u, 17u, 64u}) {
+      for (uint32_t n : {1u, 2u, 7u, 8u, 9u, 14u, 17u, 64u}) {
         const uint32_t hist = 2 * h->half - 1;
         const auto x = samples(hist + n + 8, kind, rng), o = samples(n + 8, kind ^ 3, rng);
         std::vector<int32_t> want_up(2 * n), want_down(n);
@@ -92,32 +93,97 @@ TEST(HqKernels, BlendsMatchThePlainBuildOnEveryRow) {
   }
 }
 
-TEST(HqKernels, InnerProductsAndDepositsMatchThePlainBuild) {
+// Taps at the largest a row holds (Q30, summing to about 1.3), or all at
+// the top for samples of kind 1; divided by `share` where that many rows
+// add to one sum, so that sums stay as bounded as the stages keep them.
+std::vector<int32_t> kernel_taps(uint32_t taps, int kind, std::mt19937 &rng, uint32_t share = 1) {
+  std::vector<int32_t> c(taps);
+  for (auto &v : c) v = (static_cast<int32_t>(rng() % (3u << 28)) - (3 << 27)) / static_cast<int32_t>(share);
+  if (kind == 1) c.assign(taps, (1 << 30) / static_cast<int32_t>(taps * share) * 2);
+  return c;
+}
+
+TEST(HqKernels, InnerProductsMatchThePlainBuild) {
   std::mt19937 rng(11);
-  for (uint32_t taps : {4u, 16u, 20u, 23u, 40u})
+  for (uint32_t taps : {4u, 16u, 20u, 23u, 24u, 40u})
     for (uint32_t rows : {1u, 2u, 3u, 7u})
       for (int kind = 0; kind < 4; ++kind) {
         const size_t stride = taps + 5;
         const auto x = samples(stride * rows, kind, rng);
-        // Taps at the largest a row holds (Q30, summing to about 1.3).
-        std::vector<int32_t> c(taps);
-        for (auto &v : c) v = static_cast<int32_t>(rng() % (3u << 28)) - (3 << 27);
-        if (kind == 1) c.assign(taps, (1 << 30) / static_cast<int32_t>(taps) * 2);
+        const auto c = kernel_taps(taps, kind, rng);
         std::vector<int32_t> want(rows * 2);
         plain().dots(x.data(), stride, rows, c.data(), taps, want.data(), 2);
-        std::vector<int64_t> acc0(stride * rows);
-        for (auto &v : acc0) v = (static_cast<int64_t>(rng()) << 28) - (int64_t{1} << 59);
-        std::vector<int64_t> want_acc = acc0;
-        plain().deposit(want_acc.data(), stride, rows, x.data(), stride, c.data(), taps);
         for (const auto *set : test_support::runnable_sets()) {
           std::vector<int32_t> got(rows * 2);
           set->hq->dots(x.data(), stride, rows, c.data(), taps, got.data(), 2);
           EXPECT_EQ(got, want) << set->name << " taps " << taps << " rows " << rows << " kind " << kind;
-          std::vector<int64_t> acc = acc0;
-          set->hq->deposit(acc.data(), stride, rows, x.data(), stride, c.data(), taps);
-          EXPECT_EQ(acc, want_acc) << set->name << " taps " << taps << " rows " << rows << " kind " << kind;
         }
       }
+}
+
+// Sums out as samples: random, the halves where rounding turns, either side
+// of each end of the clamp and the most a sum reaches, at counts that leave
+// every tail.
+TEST(HqKernels, SumsOutMatchThePlainBuild) {
+  std::mt19937 rng(23);
+  const int64_t unit = int64_t{1} << 30, top = (int64_t{1} << 30) - 1, bottom = -(int64_t{1} << 30);
+  const int64_t edges[] = {unit / 2 - 1,      unit / 2,          -unit / 2 - 1,         -unit / 2,
+                           top * unit,        top * unit + unit / 2 - 1, top * unit + unit / 2,
+                           bottom * unit - unit / 2, bottom * unit - unit / 2 - 1, int64_t{1} << 62,
+                           -(int64_t{1} << 62)};
+  for (uint32_t n : {1u, 7u, 8u, 9u, 16u, 23u, 64u}) {
+    std::vector<int64_t> sums(n);
+    for (uint32_t j = 0; j < n; ++j)
+      sums[j] = j % 3 == 0 ? edges[rng() % (sizeof edges / sizeof edges[0])]
+                           : static_cast<int64_t>((uint64_t{rng()} << 32 | rng())) >> 2;
+    std::vector<int32_t> want(n + 1, 12345);
+    plain().round_sums(sums.data(), n, want.data());
+    for (const auto *set : test_support::runnable_sets()) {
+      std::vector<int32_t> got(n + 1, 12345);
+      set->hq->round_sums(sums.data(), n, got.data());
+      EXPECT_EQ(got, want) << set->name << " n " << n;
+    }
+  }
+}
+
+// Batches of inputs, each with its own taps, whose first sums step by 0 to 9
+// from one input to the next (several inputs on one sum; sums a block of
+// four or more apart), starting anywhere in a block of four; the sums past
+// the last input's stay as they were.
+TEST(HqKernels, DepositsMatchThePlainBuild) {
+  std::mt19937 rng(19);
+  struct Spacing {
+    uint32_t least, most;  // sums from one input's first to the next one's
+  };
+  const Spacing spacings[] = {{0, 0}, {1, 1}, {1, 2}, {0, 3}, {4, 9}};
+  int kind = 0;
+  for (uint32_t taps : {4u, 16u, 20u, 23u, 24u})
+    for (uint32_t rows : {1u, 2u, 3u})
+      for (const Spacing &sp : spacings)
+        for (uint32_t n : {1u, 5u, 64u})
+          for (uint32_t start : {0u, 1u, 3u}) {
+            kind = (kind + 1) % 4;
+            std::vector<uint32_t> at(n, start);
+            for (uint32_t t = 1; t < n; ++t) at[t] = at[t - 1] + sp.least + rng() % (sp.most - sp.least + 1);
+            const size_t astride = at[n - 1] + taps + 7, xstride = n + 3;
+            const auto x = samples(xstride * rows, kind, rng);
+            // The most inputs that reach one sum.
+            const uint32_t share = sp.least == 0 ? n : (taps + sp.least - 1) / sp.least;
+            std::vector<std::vector<int32_t>> rows_of_taps;
+            std::vector<const int32_t *> c;
+            for (uint32_t t = 0; t < n; ++t) rows_of_taps.push_back(kernel_taps(taps, kind, rng, share));
+            for (const auto &row : rows_of_taps) c.push_back(row.data());
+            std::vector<int64_t> acc0(astride * rows);
+            for (auto &v : acc0) v = (static_cast<int64_t>(rng()) << 27) - (int64_t{1} << 58);
+            std::vector<int64_t> want = acc0;
+            plain().deposits(want.data(), astride, rows, x.data(), xstride, c.data(), at.data(), n, taps);
+            for (const auto *set : test_support::runnable_sets()) {
+              std::vector<int64_t> got = acc0;
+              set->hq->deposits(got.data(), astride, rows, x.data(), xstride, c.data(), at.data(), n, taps);
+              EXPECT_EQ(got, want) << set->name << " taps " << taps << " rows " << rows << " steps " << sp.least
+                                   << ".." << sp.most << " n " << n << " from " << start;
+            }
+          }
 }
 
 // Whole passes of both polyphase stages over positions that start whole,
@@ -164,6 +230,7 @@ TEST(HqKernels, PolyphasePassesMatchThePlainBuild) {
           t.acc = want_acc.data();
           t.astride = 400;
           t.acc_base = 30;
+          t.coef_rows = 4;
           rsmpl::HqPolyTJob want_t = t;
           plain().poly_t(&want_t);
           for (const auto *set : test_support::runnable_sets()) {
@@ -174,13 +241,69 @@ TEST(HqKernels, PolyphasePassesMatchThePlainBuild) {
             EXPECT_EQ(got, want) << set->name << " channels " << channels;
             EXPECT_EQ(j.pos.i, want_job.pos.i) << set->name;
             EXPECT_EQ(j.pos.f, want_job.pos.f) << set->name;
-            std::vector<int64_t> acc(400 * channels);
-            rsmpl::HqPolyTJob jt = t;
-            jt.acc = acc.data();
-            set->hq->poly_t(&jt);
-            EXPECT_EQ(acc, want_acc) << set->name << " channels " << channels;
+            // Blended taps a row at a time, four, or a batch of them.
+            for (uint32_t coef_rows : {1u, 4u, 64u}) {
+              std::vector<int32_t> rows_of_taps(coef_rows * grade.kernel.taps);
+              std::vector<int64_t> acc(400 * channels);
+              rsmpl::HqPolyTJob jt = t;
+              jt.acc = acc.data();
+              jt.coef = rows_of_taps.data();
+              jt.coef_rows = coef_rows;
+              set->hq->poly_t(&jt);
+              EXPECT_EQ(acc, want_acc) << set->name << " channels " << channels << " rows of taps " << coef_rows;
+            }
           }
         }
+}
+
+// The transposed pass through the phase cache for two passes on (the
+// second finding some or all of its rows made), against the plain pass that
+// blends every input's taps.
+TEST(HqKernels, TransposedPassesThroughThePhaseCacheMatchThePlainBuild) {
+  std::mt19937 rng(29);
+  // Steps that visit every row of their denominator (941 / 1024, 2 / 3,
+  // 7 / 4), every other (147 * 2 / 160, 6 / 4) and one (8 / 4).
+  const rsmpl::HqStep steps[] = {rsmpl::hq_step_exact(147 * 2, 160), rsmpl::hq_step_exact(941, 1024),
+                                 rsmpl::hq_step_exact(2, 3),         rsmpl::hq_step_exact(7, 4),
+                                 rsmpl::hq_step_exact(6, 4),         rsmpl::hq_step_exact(8, 4)};
+  for (const auto &grade : rsmpl::kHqGrades)
+    for (const auto &step : steps)
+      for (uint32_t channels : {1u, 2u, 3u}) {
+        const size_t stride = 300, astride = 500;
+        const auto x = samples(stride * channels, 0, rng);
+        std::vector<int32_t> coef(4 * grade.kernel.taps);
+        auto run = [&](const HqKernels &k, rsmpl::HqPhaseCache cache, std::vector<int64_t> *acc) {
+          rsmpl::HqPolyTJob t{};
+          t.x = x.data();
+          t.xstride = stride;
+          t.channels = channels;
+          t.count = 90;
+          t.pos = rsmpl::HqPos{40, 0, 0};
+          t.step = step;
+          t.gain = 9 << 26;
+          t.kernel = &grade.kernel;
+          t.coef = coef.data();
+          t.coef_rows = 4;
+          t.acc = acc->data();
+          t.astride = astride;
+          t.acc_base = 30;
+          t.cache = cache;
+          k.poly_t(&t);
+          t.x += 90;
+          k.poly_t(&t);
+          return t.pos;
+        };
+        std::vector<int64_t> want(astride * channels);
+        const rsmpl::HqPos want_pos = run(plain(), rsmpl::HqPhaseCache{nullptr, nullptr}, &want);
+        for (const auto *set : test_support::runnable_sets()) {
+          std::vector<int32_t> rows(rsmpl::kHqCachePhases * grade.kernel.taps);
+          std::vector<uint32_t> made(rsmpl::kHqCachePhases / 32);
+          std::vector<int64_t> got(astride * channels);
+          const rsmpl::HqPos pos = run(*set->hq, rsmpl::HqPhaseCache{rows.data(), made.data()}, &got);
+          EXPECT_EQ(got, want) << set->name << " step over " << step.den << " channels " << channels;
+          EXPECT_TRUE(pos.i == want_pos.i && pos.f == want_pos.f && pos.e == want_pos.e) << set->name;
+        }
+      }
 }
 
 }  // namespace
