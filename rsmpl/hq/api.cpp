@@ -38,7 +38,7 @@ bool state_ok(const RSMPL_HqState *st, uint32_t grade) {
       plan.direct.taps != st->direct.taps || plan.direct.rows_cap != st->direct.rows_cap ||
       plan.direct.grid_bits != st->direct.grid_bits || plan.direct.stretch != st->direct.stretch ||
       plan.direct.gain != st->direct.gain || plan.coef_at != st->coef_at || plan.cache_at != st->cache_at ||
-      plan.made_at != st->made_at || plan.scratch_at != st->scratch_at ||
+      plan.made_at != st->made_at || plan.scratch_at != st->scratch_at || plan.cache_cap != st->cache_cap ||
       plan.fifo_cap != st->fifo_cap || plan.fifo_at != st->fifo_at || plan.acc_at != st->acc_at ||
       plan.acc_cap != st->acc_cap || plan.pass != st->pass || st->fifo_fill > st->fifo_cap)
     return false;

@@ -169,9 +169,10 @@ uint32_t hq_plan(uint32_t in_rate, uint32_t out_rate, uint32_t channels, uint32_
   plan.scratch_at = at;
   at += round_up(static_cast<uint32_t>(widest), 8);
   plan.cache_at = at;
-  at += kHqCachePhases * kernel.taps;
+  plan.cache_cap = grade == kHqGrade16 ? kHqCachePhases16 : kHqCachePhases24;
+  at += plan.cache_cap * kernel.taps;
   plan.made_at = at;
-  at += kHqCachePhases / 32;
+  at += (plan.cache_cap + 31) / 32;
   plan.acc_cap = acc_cap;
   plan.acc_at = round_up(at, 2);
   at = plan.acc_at + 2 * acc_cap * channels;

@@ -51,9 +51,12 @@ constexpr uint32_t kHqNoiseSeed = 0x2545f491;
 // Samples that the largest stage of a pass takes in at most.
 constexpr uint32_t kHqPassSamples = 1024;
 constexpr uint32_t kHqMaxPass = 512;
-// Phases whose taps a state keeps (see HqPhaseCache): the ratios of
-// alsa-lib's period sizes (1024 / 941, 1115 / 256) fit.
-constexpr uint32_t kHqCachePhases = 1536;
+// Phases whose taps a state keeps (see HqPhaseCache), per grade: the
+// ratios of alsa-lib's 1024-frame periods fit (1024 / 941, 1115 / 256, and
+// for the 16-bit grade's 16 taps a row also 1024 / 2229 at 96000 -> 44100),
+// and a stereo state with the module's buffers stays within 256 KB.
+constexpr uint32_t kHqCachePhases16 = 2240, kHqCachePhases24 = 1536;
+constexpr uint32_t kHqCachePhasesMost = kHqCachePhases16;
 // Internal full scale, and the clamp of every stage's output.
 constexpr uint32_t kHqScaleBits = 29;
 constexpr int32_t kHqClampHigh = (1 << 30) - 1;
@@ -98,7 +101,8 @@ struct RSMPL_HqState {
   uint32_t acc_at;      // offset of the transposed stage's sums (int32 units, 8-byte aligned)
   uint32_t acc_cap;     // sums per channel
   uint32_t scratch_at;  // offset of one stage output's worth of samples (int32)
-  uint32_t cache_at;    // offset of kHqCachePhases rows of kernel taps (int32)
+  uint32_t cache_at;    // offset of cache_cap rows of kernel taps (int32)
+  uint32_t cache_cap;   // rows the phase cache holds
   uint32_t made_at;     // offset of their bits: which rows are made
   uint32_t cache_den;   // the denominator the made rows are for (0: none)
   uint32_t dither;      // 1: TPDF dither on S16 output

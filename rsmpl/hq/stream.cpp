@@ -18,9 +18,9 @@ const HqDirectKernels &direct_kernels() { return *active_kernels().hq_direct; }
 
 // The phase cache for the current step, emptied when the step is new to it.
 HqPhaseCache phase_cache(RSMPL_HqState *st) {
-  if (st->step.den > kHqCachePhases) return HqPhaseCache{nullptr, nullptr};
+  if (st->step.den > st->cache_cap) return HqPhaseCache{nullptr, nullptr};
   if (st->cache_den != st->step.den) {
-    std::memset(st->made(), 0, kHqCachePhases / 8);
+    std::memset(st->made(), 0, (st->cache_cap + 31) / 32 * 4);
     st->cache_den = static_cast<uint32_t>(st->step.den);
   }
   return HqPhaseCache{st->cache(), st->made()};
@@ -237,7 +237,7 @@ void run_poly_t(RSMPL_HqState *st, uint32_t s) {
     // A step too fine for the cache leaves its rows free for the taps of a
     // batch of inputs; else the four rows of blended taps.
     job.coef = job.cache.rows == nullptr ? st->cache() : st->coef();
-    job.coef_rows = job.cache.rows == nullptr ? kHqCachePhases : 4;
+    job.coef_rows = job.cache.rows == nullptr ? st->cache_cap : 4;
     kernels().poly_t(&job);
     st->prev = job.last;
     st->prev_step = st->step;

@@ -296,8 +296,8 @@ TEST(HqKernels, TransposedPassesThroughThePhaseCacheMatchThePlainBuild) {
         std::vector<int64_t> want(astride * channels);
         const rsmpl::HqPos want_pos = run(plain(), rsmpl::HqPhaseCache{nullptr, nullptr}, &want);
         for (const auto *set : test_support::runnable_sets()) {
-          std::vector<int32_t> rows(rsmpl::kHqCachePhases * grade.kernel.taps);
-          std::vector<uint32_t> made(rsmpl::kHqCachePhases / 32);
+          std::vector<int32_t> rows(rsmpl::kHqCachePhasesMost * grade.kernel.taps);
+          std::vector<uint32_t> made(rsmpl::kHqCachePhasesMost / 32);
           std::vector<int64_t> got(astride * channels);
           const rsmpl::HqPos pos = run(*set->hq, rsmpl::HqPhaseCache{rows.data(), made.data()}, &got);
           EXPECT_EQ(got, want) << set->name << " step over " << step.den << " channels " << channels;
