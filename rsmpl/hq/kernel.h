@@ -136,6 +136,57 @@ uint32_t hq_poly_pass(HqPolyJob *job) {
   const uint64_t den = job->step.den;
   const bool cached = hq_on_grid(job->cache, pos, den);
   uint32_t made = 0;
+  if (cached) {
+    // Rows on the cache's grid: the position is i + r / den and the step a
+    // whole number of 1/den, so r steps by itself (no product per output);
+    // four outputs at a time, the position rebuilt at the end.
+    const uint32_t dr = static_cast<uint32_t>((uint64_t{job->step.sf} * den + job->step.se) >> 32);
+    const uint32_t di = job->step.si, room = job->room;
+    const int64_t end = job->end, from = job->base + (taps - 1);
+    const size_t xstride = job->xstride, ystride = job->ystride;
+    const int32_t *const x = job->x;
+    int32_t *const y = job->y, *const rows = job->cache.rows;
+    uint32_t *const bits = job->cache.made;
+    auto fraction = [den](uint32_t r) {
+      const uint64_t scaled = uint64_t{r} << 32;
+      return HqPos{0, static_cast<uint32_t>(scaled / den), static_cast<uint32_t>(scaled % den)};
+    };
+    uint32_t r = static_cast<uint32_t>((uint64_t{pos.f} * den + pos.e) >> 32), last_r = 0;
+    int64_t i = pos.i, last_i = 0;
+    while (made < room && i < end) {
+      const int32_t *xs[4], *cs[4];
+      uint32_t n = 0;
+      for (; n < 4 && made + n < room && i < end; ++n) {
+        xs[n] = x + (i - from);
+        int32_t *row = rows + size_t{r} * taps;
+        if ((bits[r >> 5] & (1u << (r & 31))) == 0) {
+          hq_make_row<Dot>(k, fraction(r), true, 1 << 29, row);
+          bits[r >> 5] |= 1u << (r & 31);
+        }
+        cs[n] = row;
+        last_i = i;
+        last_r = r;
+        i += di;
+        r += dr;
+        if (r >= den) {
+          r -= static_cast<uint32_t>(den);
+          ++i;
+        }
+      }
+      if (n == 4) {
+        Dot::dots4(xs, xstride, channels, cs, taps, y + made, ystride);
+      } else {
+        for (uint32_t t = 0; t < n; ++t) Dot::dots(xs[t], xstride, channels, cs[t], taps, y + made + t, ystride);
+      }
+      made += n;
+    }
+    if (made != 0) {
+      const HqPos p = fraction(r), l = fraction(last_r);
+      job->pos = HqPos{i, p.f, p.e};
+      job->last = HqPos{last_i, l.f, l.e};
+    }
+    return made;
+  }
   // Four outputs at a time, each with its window and its taps.
   while (made < job->room && pos.i < job->end) {
     const int32_t *xs[4], *cs[4];
