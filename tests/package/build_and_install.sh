@@ -166,8 +166,12 @@ skelda_convert -q --hq -r 96000 "$work/in.wav" "$work/c96.flac" >/dev/null || fa
 [ "$(soxi -s c96.flac) $(soxi -r c96.flac)" = "96000 96000" ] || fail "skelda_convert --hq wrote $(soxi c96.flac)"
 [ "$(tone_hz c96.flac)" -ge 990 ] && [ "$(tone_hz c96.flac)" -le 1010 ] ||
   fail "skelda_convert --hq moved the tone"
-skelda_convert -q -r 4000 "$work/in.wav" "$work/bad.wav" 2>/dev/null && fail "4000 Hz was accepted"
-[ $? = 3 ] && [ ! -e "$work/bad.wav" ] || fail "an unsupported rate did not give status 3"
+# One past the high-quality resampler's lowest rate, and its lowest rate
+# through the skelda converter's path, which starts at 8000 Hz.
+for args in "-r 3999" "--fir -r 4000"; do
+  skelda_convert -q $args "$work/in.wav" "$work/bad.wav" 2>/dev/null && fail "skelda_convert $args was accepted"
+  [ $? = 3 ] && [ ! -e "$work/bad.wav" ] || fail "skelda_convert $args did not give status 3"
+done
 [ -f "$(man -w skelda_convert)" ] || fail "no manual page"
 man -P cat skelda_convert 2>/dev/null | grep -q -- '--hq' || fail "the manual page does not describe --hq"
 echo "skelda_convert: 44100 -> 48000 and --hq 44100 -> 96000 converted; manual page found"
